@@ -1,0 +1,39 @@
+# Per-target settings shared by every library, tool, example and test of the project.
+
+add_library(kx_build_flags INTERFACE)
+target_compile_features(kx_build_flags INTERFACE cxx_std_17)
+target_compile_options(kx_build_flags INTERFACE -Wall -Wextra -Wpedantic
+  $<$<BOOL:${KX_WERROR}>:-Werror>)
+if(KX_SANITIZE)
+  target_compile_options(kx_build_flags INTERFACE
+    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(kx_build_flags INTERFACE -fsanitize=address,undefined)
+endif()
+
+function(kx_set_output_directories target)
+  set_target_properties(${target} PROPERTIES
+    LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib
+    ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib
+    RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+endfunction()
+
+# A shared library of the project: hidden symbols unless exported, no undefined symbols.
+function(kx_configure_library target)
+  set_target_properties(${target} PROPERTIES
+    CXX_EXTENSIONS OFF
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR})
+  target_link_libraries(${target} PRIVATE kx_build_flags)
+  if(NOT KX_SANITIZE)
+    target_link_options(${target} PRIVATE -Wl,--no-undefined)
+  endif()
+  kx_set_output_directories(${target})
+endfunction()
+
+function(kx_configure_program target)
+  set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
+  target_link_libraries(${target} PRIVATE kx_build_flags)
+  kx_set_output_directories(${target})
+endfunction()

@@ -1,0 +1,124 @@
+#include "KXTestSupport.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <stdexcept>
+
+#include "KXStreams.h"
+
+namespace kxtest {
+
+TempDir::TempDir() {
+  const char* base = std::getenv("TMPDIR");
+  std::string pattern =
+      std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/kxstreams-test-XXXXXX";
+  if (mkdtemp(&pattern[0]) == nullptr) {
+    throw std::runtime_error("cannot create a temporary directory from " + pattern);
+  }
+  mPath = pattern;
+}
+
+TempDir::~TempDir() {
+  std::error_code ignored;
+  std::filesystem::remove_all(mPath, ignored);
+}
+
+std::string TempDir::file(const std::string& name) const { return mPath + "/" + name; }
+
+std::string TempDir::writeFile(const std::string& name, const std::string& bytes) const {
+  const std::string path = file(name);
+  std::ofstream out(path, std::ios::binary);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  if (!out) {
+    throw std::runtime_error("cannot write " + path);
+  }
+  return path;
+}
+
+LogCapture::LogCapture(bool debug, verbosity_level_t verbosity) {
+  KXLogging::setSink(&LogCapture::sink, this);
+  KXLogging::setVerbosity(verbosity);
+  KXLogging::setDebugLogging(debug);
+}
+
+LogCapture::~LogCapture() {
+  KXLogging::setDebugLogging(false);
+  KXLogging::setVerbosity(0);
+  KXLogging::setSink(nullptr, nullptr);
+}
+
+void LogCapture::sink(verbosity_level_t level, component_t component, const char* line,
+                      void* context) {
+  static_cast<LogCapture*>(context)->mLines.push_back({level, component, line});
+}
+
+int LogCapture::count(const std::string& text) const {
+  int found = 0;
+  for (const LogLine& line : mLines) {
+    found += line.text.find(text) != std::string::npos ? 1 : 0;
+  }
+  return found;
+}
+
+int LogCapture::count(verbosity_level_t level, const std::string& text) const {
+  int found = 0;
+  for (const LogLine& line : mLines) {
+    found += line.level == level && line.text.find(text) != std::string::npos ? 1 : 0;
+  }
+  return found;
+}
+
+StrictModeScope::StrictModeScope(KXBool strict) : mPrevious(KXStreams::getStreamStrictMode()) {
+  KXStreams::setStreamStrictMode(strict);
+}
+
+StrictModeScope::~StrictModeScope() { KXStreams::setStreamStrictMode(mPrevious); }
+
+bool hasTrace(const KXException& exception, const std::string& trace) {
+  for (int index = 0; index < exception.GetTraceCount(); ++index) {
+    if (trace == exception.GetTrace(index)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+std::string traces(const KXException& exception) {
+  std::string joined;
+  for (int index = 0; index < exception.GetTraceCount(); ++index) {
+    joined += (index > 0 ? " | " : "") + std::string(exception.GetTrace(index));
+  }
+  return joined;
+}
+
+std::string md5sumOfFile(const std::string& path) {
+  const std::string command = "md5sum '" + path + "'";
+  FILE* pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) {
+    throw std::runtime_error("cannot run " + command);
+  }
+  char digest[33] = {};
+  const size_t got = fread(digest, 1, 32, pipe);
+  pclose(pipe);
+  if (got != 32) {
+    throw std::runtime_error("md5sum printed no digest for " + path);
+  }
+  return digest;
+}
+
+std::string randomBytes(size_t count, unsigned seed) {
+  std::mt19937 generator(seed);
+  std::uniform_int_distribution<int> byte(0, 255);
+  std::string bytes(count, '\0');
+  for (char& c : bytes) {
+    c = static_cast<char>(byte(generator));
+  }
+  return bytes;
+}
+
+}  // namespace kxtest

@@ -1,0 +1,82 @@
+#ifndef KX_TEST_SUPPORT_H
+#define KX_TEST_SUPPORT_H
+
+#include <string>
+#include <vector>
+
+#include "KXBasicGenericStream.h"
+#include "KXException.h"
+#include "KXLogging.h"
+
+namespace kxtest {
+
+// A fresh directory under $TMPDIR (or /tmp), removed with everything in it at the end of scope.
+class TempDir {
+ public:
+  TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  ~TempDir();
+
+  const std::string& path() const { return mPath; }
+  // The path of a file named name inside the directory.
+  std::string file(const std::string& name) const;
+  // Writes bytes into a new file inside the directory and returns its path.
+  std::string writeFile(const std::string& name, const std::string& bytes) const;
+
+ private:
+  std::string mPath;
+};
+
+struct LogLine {
+  verbosity_level_t level;
+  component_t component;
+  std::string text;
+};
+
+// Captures every log line through the sink for the scope's lifetime; restores the silent
+// defaults (no sink, verbosity 0, debug off) at the end.
+class LogCapture {
+ public:
+  explicit LogCapture(bool debug = true, verbosity_level_t verbosity = 0);
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+  ~LogCapture();
+
+  const std::vector<LogLine>& lines() const { return mLines; }
+  // How many captured lines contain text.
+  int count(const std::string& text) const;
+  // How many captured lines at level contain text.
+  int count(verbosity_level_t level, const std::string& text) const;
+  void clear() { mLines.clear(); }
+
+ private:
+  static void sink(verbosity_level_t level, component_t component, const char* line, void* context);
+  std::vector<LogLine> mLines;
+};
+
+// Sets the library-wide strict mode for the scope and restores the previous value.
+class StrictModeScope {
+ public:
+  explicit StrictModeScope(KXBool strict);
+  StrictModeScope(const StrictModeScope&) = delete;
+  StrictModeScope& operator=(const StrictModeScope&) = delete;
+  ~StrictModeScope();
+
+ private:
+  KXBool mPrevious;
+};
+
+// Whether the exception carries the trace text.
+bool hasTrace(const KXException& exception, const std::string& trace);
+// All traces joined by " | ", for failure messages.
+std::string traces(const KXException& exception);
+
+// What the md5sum command prints as the digest of the file (the first 32 characters).
+std::string md5sumOfFile(const std::string& path);
+// Reproducible pseudo-random bytes.
+std::string randomBytes(size_t count, unsigned seed);
+
+}  // namespace kxtest
+
+#endif

@@ -18,7 +18,8 @@ class KX_EXPORT KXLogging {
   static void setDebugLogging(bool on);
   static verbosity_level_t getVerbosity();
   static void setVerbosity(verbosity_level_t level);
-  // A null sink restores the default one.
+  // A null sink restores the default one. Sinks are called one line at a time under a lock, so
+  // a sink must not log through KXLogging itself.
   static void setSink(KXLogSink sink, void* context);
 
   static void Log(verbosity_level_t level, component_t component, const char* format, ...)

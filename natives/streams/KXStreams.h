@@ -2,7 +2,9 @@
 #define KX_STREAMS_H
 
 #include "KXBasicGenericStream.h"
+#include "KXCustomStream.h"
 #include "KXExport.h"
+#include "KXMemStream.h"
 
 // The library's front door: the two process-wide settings. Set them once, before streams are
 // created; they are plain bytes read without synchronisation.

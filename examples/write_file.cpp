@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include "KXCustomStream.h"
@@ -18,6 +19,19 @@
 #include "kxos.h"
 
 namespace {
+
+// close() releases a stream's medium and deletes it; the guard runs it on every path, and the
+// success path calls it by hand so that a failing close is reported.
+struct CloseQuietly {
+  void operator()(KXBasicGenericStream* stream) const noexcept {
+    try {
+      stream->close();
+    } catch (const KXException&) {
+      // Already failing: the first error is the one worth reporting.
+    }
+  }
+};
+using StreamGuard = std::unique_ptr<KXBasicGenericStream, CloseQuietly>;
 
 struct FileSink {
   int descriptor;
@@ -49,11 +63,11 @@ long closeFile(KXStreamInfo* info) {
 }
 
 std::string contentIdentifier(std::string& bytes) {
-  auto* memory = new KXMemStream(&bytes[0], bytes.size(), KXMemStream::eIn);
+  StreamGuard memory(new KXMemStream(&bytes[0], bytes.size(), KXMemStream::eIn));
   memory->init();
   KXObjectGuid id;
   memory->calcID(id, -1);
-  memory->close();
+  memory.release()->close();
   return id.GetID();
 }
 
@@ -63,15 +77,16 @@ int writeFile(const char* path, std::string text) {
     std::fprintf(stderr, "write_file: %s: %s\n", path, std::strerror(errno));
     return 1;
   }
-  auto* file = new KXCustomStream(nullptr, writeTransfer, nullptr, nullptr, closeFile, &sink);
-  auto* counter = new KXNullStream();
+  // From here on the stream owns the descriptor: its close callback closes it.
+  StreamGuard file(new KXCustomStream(nullptr, writeTransfer, nullptr, nullptr, closeFile, &sink));
+  StreamGuard counter(new KXNullStream());
   file->init();
   counter->init();
   const long written = file->write(&text[0], static_cast<int>(text.size()));
   counter->write(&text[0], static_cast<int>(text.size()));
   const long counted = counter->GetStreamPos();
-  file->close();
-  counter->close();
+  file.release()->close();
+  counter.release()->close();
   std::printf("wrote %ld bytes to %s (counted %ld), content identifier %s\n", written, path,
               counted, contentIdentifier(text).c_str());
   return 0;

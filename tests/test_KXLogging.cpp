@@ -112,6 +112,7 @@ TEST(KXLogging, ConcurrentLinesReachTheSinkOneAtATime) {
   constexpr int kThreads = 4;
   constexpr int kLinesPerThread = 500;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int thread = 0; thread < kThreads; ++thread) {
     threads.emplace_back([thread] {
       for (int line = 0; line < kLinesPerThread; ++line) {

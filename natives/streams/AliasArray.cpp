@@ -2,7 +2,7 @@
 #include "kxos.h"
 
 AliasArray::AliasArray(int count, Entry** entries, KXBool ownsEntries)
-    : mReserved(nullptr), mCount(count), mEntries(entries), mOwnsEntries(ownsEntries) {}
+    : mCount(count), mEntries(entries), mOwnsEntries(ownsEntries) {}
 
 AliasArray::~AliasArray() {
   if (mOwnsEntries != 0 && mEntries != nullptr) {

@@ -49,8 +49,7 @@ struct KXEngineSteps {
     }
   }
 
-  static void traceRecordWithStatus(KXBasicGenericStream& stream, const char* format,
-                                    int status) {
+  static void traceRecordWithStatus(KXBasicGenericStream& stream, const char* format, int status) {
     if (isTracing(stream)) {
       const std::unique_ptr<char[]> text(stream.toString());
       KXLogging::Debug(kLogComponent, format, static_cast<long>(status),
@@ -199,14 +198,7 @@ struct KXEngineSteps {
   }
 };
 
-KXBasicGenericStream::KXBasicGenericStream()
-    : mStrictMode(KXStreams::getStreamStrictMode()),
-      mSavedStreamInfo(nullptr),
-      mByteCount(0),
-      mEngineSetsMarker(0),
-      mStreamInfo(),
-      mInited(0),
-      mLoggingEnabled(1) {
+KXBasicGenericStream::KXBasicGenericStream() : mStrictMode(KXStreams::getStreamStrictMode()) {
   kx_memset(&mStreamInfo, 0, sizeof mStreamInfo);
   mStreamInfo.mVersion = kRecordVersion;
   mStreamInfo.mUserData = nullptr;

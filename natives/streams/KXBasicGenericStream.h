@@ -119,12 +119,12 @@ class KX_EXPORT KXBasicGenericStream {
   friend struct KXEngineSteps;
 
   KXBool mStrictMode;
-  KXStreamInfo* mSavedStreamInfo;
-  int64_t mByteCount;
-  KXBool mEngineSetsMarker;
-  KXStreamInfo mStreamInfo;
-  KXBool mInited;
-  KXBool mLoggingEnabled;
+  KXStreamInfo* mSavedStreamInfo = nullptr;
+  int64_t mByteCount = 0;
+  KXBool mEngineSetsMarker = 0;
+  KXStreamInfo mStreamInfo{};
+  KXBool mInited = 0;
+  KXBool mLoggingEnabled = 1;
 };
 
 // The output stream that discards what it is given and only counts it.
@@ -155,7 +155,7 @@ class KX_EXPORT AliasArray {
   virtual ~AliasArray();
 
  protected:
-  void* mReserved;
+  void* mReserved = nullptr;
   int mCount;
   Entry** mEntries;
   KXBool mOwnsEntries;

@@ -11,7 +11,7 @@ constexpr const char* kSourcePath = "natives/streams/KXCustomStream";
 // Callbacks return a long, but a status is 32 bits wide: only the low word counts, read as a
 // signed number. Spelled out so that it is defined for every long.
 int statusOf(long callbackResult) {
-  const uint32_t low = static_cast<uint32_t>(static_cast<unsigned long>(callbackResult));
+  const auto low = static_cast<uint32_t>(static_cast<unsigned long>(callbackResult));
   if (low <= static_cast<uint32_t>(INT32_MAX)) {
     return static_cast<int>(low);
   }

@@ -113,5 +113,5 @@ void KXSDKInternalException::Throw(const char* file, long line, const char* cond
   KXSDKInternalException exception(0);
   exception.SetMessage("%s", condition != nullptr ? condition : "");
   exception.log(file, line);
-  throw exception;
+  throw exception;  // NOLINT(misc-throw-by-value-catch-by-reference): built in steps first
 }

@@ -14,7 +14,7 @@ namespace kxutils {
 // rejects, a result longer than an int can count): the format is the best record left then.
 inline std::string formatText(const char* format, va_list arguments) {
   if (format == nullptr) {
-    return std::string();
+    return {};
   }
   va_list measuring;
   va_copy(measuring, arguments);

@@ -24,7 +24,7 @@ constexpr const char* kFallbackDirectory = "/tmp";
 }
 
 bool isUsableDirectory(const char* path) {
-  struct stat status;
+  struct stat status {};
   return stat(path, &status) == 0 && S_ISDIR(status.st_mode) && access(path, W_OK | X_OK) == 0;
 }
 
@@ -69,7 +69,7 @@ int openUnlinkedFile(const std::string& directory) {
 
 }  // namespace
 
-KXTempFile::KXTempFile() : mFile(nullptr) {
+KXTempFile::KXTempFile() {
   const int fd = openUnlinkedFile(temporaryDirectory());
   // The creation modes are narrowed by the umask; the file must be exactly owner-only.
   if (fchmod(fd, kOwnerOnly) != 0) {

@@ -18,7 +18,7 @@ class KX_EXPORT KXTempFile {
   FILE* getFile() const;
 
  protected:
-  FILE* mFile;
+  FILE* mFile = nullptr;
 };
 
 #endif

@@ -14,13 +14,13 @@ constexpr const char* kSourcePath = "natives/utilities/StMalloc";
   exception.SetMessage("Cannot allocate a block of %d bytes", size);
   exception.addTrace("StMalloc.StMalloc(%d)", size);
   exception.log(kSourcePath, line);
-  throw exception;
+  throw exception;  // NOLINT(misc-throw-by-value-catch-by-reference): built in steps first
 }
 
 }  // namespace
 
 // The flag is reserved; every caller passes 0.
-StMalloc::StMalloc(int size, int) : mBlock(nullptr) {
+StMalloc::StMalloc(int size, int) {
   if (size < 0) {
     raiseOutOfMemory(size, __LINE__);
   }

@@ -17,7 +17,7 @@ class KX_EXPORT StMalloc {
   void* release();
 
  protected:
-  void* mBlock;
+  void* mBlock = nullptr;
 };
 
 #endif

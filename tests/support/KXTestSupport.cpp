@@ -1,10 +1,10 @@
 #include "KXTestSupport.h"
 
+#include <ftw.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <random>
 #include <stdexcept>
@@ -23,15 +23,21 @@ TempDir::TempDir() {
   mPath = pattern;
 }
 
+namespace {
+int removeEntry(const char* path, const struct stat* /*status*/, int /*type*/, FTW* /*walk*/) {
+  return remove(path);
+}
+}  // namespace
+
 TempDir::~TempDir() {
-  std::error_code ignored;
-  std::filesystem::remove_all(mPath, ignored);
+  // Depth first and without following links: children go before their directory.
+  nftw(mPath.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
 }
 
 std::string TempDir::file(const std::string& name) const { return mPath + "/" + name; }
 
 std::string TempDir::writeFile(const std::string& name, const std::string& bytes) const {
-  const std::string path = file(name);
+  std::string path = file(name);
   std::ofstream out(path, std::ios::binary);
   out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   if (!out) {

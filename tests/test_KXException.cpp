@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
 
 #include "KXException.h"
@@ -56,6 +57,10 @@ TEST(KXException, WhatNamesClassCodeAndCurrentMessage) {
 
   exception.SetMessage("replaced");
   EXPECT_NE(std::string(exception.what()).find("replaced"), std::string::npos);
+
+  // A positive code is the system's error number: its reason is spelled out.
+  const KXFileSystemException missing(ENOENT);
+  EXPECT_NE(std::string(missing.what()).find("No such file or directory"), std::string::npos);
 }
 
 TEST(KXException, LongMessagesAndTracesAreNotTruncated) {

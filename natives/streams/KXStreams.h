@@ -4,6 +4,7 @@
 #include "KXBasicGenericStream.h"
 #include "KXCustomStream.h"
 #include "KXExport.h"
+#include "KXFileStream.h"
 #include "KXMemStream.h"
 
 // The library's front door: the two process-wide settings. Set them once, before streams are

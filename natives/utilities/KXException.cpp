@@ -1,6 +1,7 @@
 #include "KXException.h"
 
 #include <cstdarg>
+#include <cstring>
 #include <string>
 
 #include "KXFormatText.h"
@@ -11,11 +12,24 @@ namespace {
 constexpr verbosity_level_t kErrorLevel = 1;
 constexpr component_t kLibraryComponent = 1024;
 
-// "KXStreamException (code -10006): message", the form shared by what() and log().
+// Positive codes are the system's error numbers: name the reason along with the number.
+std::string describeCode(int code) {
+  std::string text = std::to_string(code);
+  if (code > 0) {
+    char reason[128];
+    // GNU strerror_r: thread-safe, and returns the text rather than always filling the buffer.
+    text += ", ";
+    text += strerror_r(code, reason, sizeof reason);
+  }
+  return text;
+}
+
+// "KXStreamException (code -10006): message" or "KXFileSystemException (code 2, No such file or
+// directory): message", the form shared by what() and log().
 std::string summarize(const KXException& exception) {
   std::string text = exception.GetClassName();
   text += " (code ";
-  text += std::to_string(exception.GetCode());
+  text += describeCode(exception.GetCode());
   text += ")";
   if (*exception.GetMessage() != '\0') {
     text += ": ";

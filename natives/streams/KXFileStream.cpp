@@ -144,6 +144,11 @@ KXFileStream::~KXFileStream() {
 // ---- Opening ----------------------------------------------------------------------------------
 
 void KXFileStream::init() {
+  if (mInited != 0) {
+    // Opening again would leak what the first init() opened; the engine reports the misuse.
+    KXBasicGenericStream::init();
+    return;
+  }
   try {
     if (mStreamInfo.mStreamPos < 0) {
       KX_RAISE(KXParameterException, 0).message("streamPos < 0").raise();
@@ -377,7 +382,10 @@ KXBool KXFileStream::ValidatePath(const char* path, EIoFlag mode) const {
 
 long KXFileStream::getFileSize(const char* path, const char* /*perm*/) {
   struct stat64 record {};
-  if (kx_stat(path, &record) != 0) {
+  if (path == nullptr) {
+    errno = EFAULT;
+  }
+  if (path == nullptr || kx_stat(path, &record) != 0) {
     const int error = errno;
     KX_RAISE(KXFileSystemException, error)
         .message("kx_stat(%s,-) failed", path != nullptr ? path : "NULL")
@@ -457,7 +465,15 @@ int KXFileStream::_close() {
     KXFileStream* reader = mReader;
     mReader = nullptr;
     mInOutInfo.mReader = nullptr;
-    reader->close();
+    // The half's transfers were driven from here, not through its engine: its own byte count
+    // knows nothing of them and must not be checked against the length they produced.
+    reader->mByteCount = 0;
+    try {
+      reader->close();
+    } catch (KXException&) {
+      delete reader;
+      throw;
+    }
   }
   return 0;
 }

@@ -1,5 +1,6 @@
 #include "KXTestSupport.h"
 
+#include <dirent.h>
 #include <ftw.h>
 #include <unistd.h>
 
@@ -125,6 +126,20 @@ std::string randomBytes(size_t count, unsigned seed) {
     c = static_cast<char>(byte(generator));
   }
   return bytes;
+}
+
+long openDescriptorCount() {
+  DIR* directory = opendir("/proc/self/fd");
+  if (directory == nullptr) {
+    throw std::runtime_error("cannot list /proc/self/fd");
+  }
+  long count = 0;
+  while (const dirent* entry = readdir(directory)) {
+    count += entry->d_name[0] != '.' ? 1 : 0;
+  }
+  closedir(directory);
+  // The listing's own descriptor is not one of the caller's.
+  return count - 1;
 }
 
 }  // namespace kxtest

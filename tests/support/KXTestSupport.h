@@ -74,6 +74,9 @@ std::string traces(const KXException& exception);
 
 // What the md5sum command prints as the digest of the file (the first 32 characters).
 std::string md5sumOfFile(const std::string& path);
+// How many descriptors the process holds open now, for leak checks.
+long openDescriptorCount();
+
 // Reproducible pseudo-random bytes.
 std::string randomBytes(size_t count, unsigned seed);
 

@@ -10,6 +10,8 @@
 
 namespace {
 constexpr const char* kSourcePath = "natives/streams/KXStreamArray";
+// The list holds one pointer per member.
+constexpr int kEntrySize = static_cast<int>(sizeof(void*));
 }  // namespace
 
 KXStreamArray::KXStreamArray(int count, KXBasicGenericStream** streams) : mStreamCount(count) {
@@ -46,11 +48,10 @@ void KXStreamArray::allocateList() {
   mStreamInfo.mReadFlag = 1;
   // No list can have a negative size (or one beyond an int); refused before anything is
   // allocated.
-  if (mStreamCount < 0 ||
-      mStreamCount > INT_MAX / static_cast<int>(sizeof(KXBasicGenericStream*))) {
+  if (mStreamCount < 0 || mStreamCount > INT_MAX / kEntrySize) {
     KX_RAISE(KXParameterException, 0).message("invalid stream count (%d)", mStreamCount).raise();
   }
-  StMalloc list(mStreamCount * static_cast<int>(sizeof(KXBasicGenericStream*)), 0);
+  StMalloc list(mStreamCount * kEntrySize, 0);
   mStreams = static_cast<KXBasicGenericStream**>(list.release());
 }
 

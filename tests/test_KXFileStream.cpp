@@ -75,13 +75,15 @@ StreamPtr open(const Opening& how, const std::string& dir = "", bool init = true
   StreamPtr stream(how.partial ? new Probe(given, how.perm, how.buffSize, how.flag, how.start,
                                            how.length, how.ceiling)
                                : new Probe(given, how.perm, how.buffSize, how.flag, how.reader));
-  if (init) stream->init();
+  if (init) {
+    stream->init();
+  }
   return stream;
 }
 
 std::string contents(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 std::string readBytes(KXBasicGenericStream& stream, int count) {
@@ -293,8 +295,10 @@ TEST(KXFileStreamRead, DeliversExactBytesCappedByBufferAndEnd) {
       StreamPtr stream = open(scenario.how, files.dir.path());
       size_t offset = scenario.from;
       for (const Step& step : scenario.steps) {
-        if (step.moveTo >= 0) offset = scenario.from + static_cast<size_t>(step.moveTo);
-        if (step.moveTo >= 0) stream->GetInfo()->mStreamPos = step.moveTo;
+        if (step.moveTo >= 0) {
+          offset = scenario.from + static_cast<size_t>(step.moveTo);
+          stream->GetInfo()->mStreamPos = step.moveTo;
+        }
         stream->GetInfo()->mTransferLen = step.ask;
         const KXStreamInfo* info = stream->prepareBuffer();
         ASSERT_EQ(step.delivered, info->mTransferLen) << "asking " << step.ask;

@@ -26,7 +26,9 @@ void* counted(void* block) {
 }  // namespace
 
 extern "C" void* malloc(size_t size) noexcept { return counted(__libc_malloc(size)); }
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): glibc names differ
 extern "C" void* calloc(size_t n, size_t size) noexcept { return counted(__libc_calloc(n, size)); }
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): glibc names differ
 extern "C" void* realloc(void* p, size_t size) noexcept { return counted(__libc_realloc(p, size)); }
 
 namespace {

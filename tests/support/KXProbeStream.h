@@ -92,7 +92,7 @@ class KXProbeStream : public KXBasicGenericStream {
 
   void keepTheContract(ProbeOp op) {
     KXStreamInfo& info = mStreamInfo;
-    const int64_t size = static_cast<int64_t>(mContent.size());
+    const auto size = static_cast<int64_t>(mContent.size());
     if (op == kPrepare && info.mReadFlag != 0) {
       info.mTransferLen = std::min({info.mTransferLen, mChunk, size - info.mStreamPos});
       info.mBuffer = &mContent[static_cast<size_t>(info.mStreamPos)];

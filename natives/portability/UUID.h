@@ -1,0 +1,43 @@
+#ifndef KX_UUID_H
+#define KX_UUID_H
+
+// Time-based UUIDs (RFC 4122 version 1). No state file and no hardware address: the node is a
+// hash of the time of day and the host name, with the multicast bit set so that it can never
+// clash with a real network address, and the clock sequence is drawn afresh for every UUID.
+// Creation is safe from several threads at once. The generator seeds the C library's shared
+// rand() sequence once, on first use.
+
+#include <cstdint>
+
+#include "KXExport.h"
+
+// Integer fields are in host byte order; only the text form is byte-order independent.
+typedef struct {
+  uint32_t time_low;
+  uint16_t time_mid;
+  uint16_t time_hi_and_version;
+  uint8_t clock_seq_hi_and_reserved;
+  uint8_t clock_seq_low;
+  uint8_t node[6];
+} kx_uuid_t;
+
+static_assert(sizeof(kx_uuid_t) == 16, "kx_uuid_t is part of the binary interface");
+
+extern "C" {
+
+// Fills the record and returns 1; returns 0 with errno EINVAL for a null record.
+KX_EXPORT int native_uuid_create(kx_uuid_t* uuid);
+// Stores in *text a new string of 36 lower-case hexadecimal digits in groups 8-4-4-4-12 and
+// returns its length. When the string cannot be allocated, or the record is null, stores a
+// null pointer and returns 0. Release the string with native_uuid_string_free.
+KX_EXPORT int native_uuid_to_string(const kx_uuid_t* uuid, char** text);
+// Frees *text and sets it to null, so a second call frees nothing. Returns 0.
+KX_EXPORT int native_uuid_string_free(char** text);
+
+// The same operations under the portability layer's prefix.
+KX_EXPORT int kx_uuid_create(kx_uuid_t* uuid);
+KX_EXPORT int kx_uuid_to_string(const kx_uuid_t* uuid, char** text);
+KX_EXPORT int kx_uuid_string_free(char** text);
+}
+
+#endif

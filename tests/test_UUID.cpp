@@ -1,0 +1,153 @@
+#include "UUID.h"
+
+#include <gtest/gtest.h>
+#include <sys/time.h>
+
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <regex>
+#include <string>
+#include <thread>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "KXSysDep.h"
+
+namespace {
+
+constexpr uint64_t kUuidEpochOffset = 0x01B21DD213814000ULL;
+constexpr int64_t kTicksPerSecond = 10000000;
+
+uint64_t timestampOf(const kx_uuid_t& uuid) {
+  return uint64_t{uuid.time_low} | (uint64_t{uuid.time_mid} << 32) |
+         (uint64_t{uuid.time_hi_and_version & 0x0FFFu} << 48);
+}
+
+double unixSecondsNow() {
+  struct timeval now {};
+  gettimeofday(&now, nullptr);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_usec) / 1e6;
+}
+
+double unixSecondsOf(uint64_t uuidTime) {
+  return static_cast<double>(uuidTime - kUuidEpochOffset) / kTicksPerSecond;
+}
+
+std::string textOf(const kx_uuid_t& uuid) {
+  char* text = nullptr;
+  const int length = kx_uuid_to_string(&uuid, &text);
+  std::string result = text == nullptr ? "(null)" : text;
+  EXPECT_EQ(length, static_cast<int>(strlen(text == nullptr ? "" : text)));
+  kx_uuid_string_free(&text);
+  return result;
+}
+
+// The 16 bytes as two words, so that a million keys cost no allocation each.
+using UuidKey = std::pair<uint64_t, uint64_t>;
+struct UuidKeyHash {
+  size_t operator()(const UuidKey& key) const {
+    return key.first * 0x9E3779B97F4A7C15ULL ^ key.second;
+  }
+};
+
+UuidKey keyOf(const kx_uuid_t& uuid) {
+  UuidKey key{};
+  memcpy(&key.first, &uuid, 8);
+  memcpy(&key.second, reinterpret_cast<const char*>(&uuid) + 8, 8);
+  return key;
+}
+
+using UuidSet = std::unordered_set<UuidKey, UuidKeyHash>;
+
+void makeUuidsInto(std::vector<UuidKey>& keys, int count) {
+  kx_uuid_t uuid{};
+  for (int i = 0; i < count; ++i) {
+    ASSERT_EQ(native_uuid_create(&uuid), 1);
+    keys.push_back(keyOf(uuid));
+  }
+}
+
+TEST(Uuid, FieldsCarryVersionVariantMulticastNodeAndCurrentTime) {
+  for (int i = 0; i < 100; ++i) {
+    kx_uuid_t uuid{};
+    ASSERT_EQ(kx_uuid_create(&uuid), 1);
+    EXPECT_EQ(uuid.time_hi_and_version & 0xF000, 0x1000);
+    EXPECT_EQ(uuid.clock_seq_hi_and_reserved & 0xC0, 0x80);
+    EXPECT_EQ(uuid.node[0] & 0x80, 0x80) << "a hashed node must never look like a hardware address";
+    // The node is the digest's hexadecimal text, its first byte marked.
+    for (int b = 0; b < 6; ++b) {
+      const int digit = b == 0 ? uuid.node[0] & 0x7F : uuid.node[b];
+      EXPECT_TRUE(isxdigit(digit) && !isupper(digit)) << b << ": " << digit;
+    }
+    EXPECT_NEAR(unixSecondsOf(timestampOf(uuid)), unixSecondsNow(), 2.0);
+  }
+}
+
+TEST(Uuid, TextFormIsLowerCaseHexInGroupsOf8_4_4_4_12) {
+  kx_uuid_t uuid{};
+  ASSERT_EQ(native_uuid_create(&uuid), 1);
+  const std::string text = textOf(uuid);
+  const std::regex form("[0-9a-f]{8}-[0-9a-f]{4}-1[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
+  EXPECT_TRUE(std::regex_match(text, form)) << text;
+  EXPECT_EQ(std::stoul(text.substr(0, 8), nullptr, 16), uuid.time_low) << "fields in host order";
+
+  const kx_uuid_t zero{};
+  EXPECT_EQ(textOf(zero), "00000000-0000-0000-0000-000000000000");
+}
+
+TEST(Uuid, StringFreeNullsThePointerAndNullArgumentsAreRefused) {
+  kx_uuid_t uuid{};
+  char* text = reinterpret_cast<char*>(&uuid);
+  EXPECT_EQ(native_uuid_to_string(nullptr, &text), 0);
+  EXPECT_EQ(text, nullptr);
+  ASSERT_EQ(native_uuid_to_string(&uuid, &text), 36);
+  EXPECT_EQ(native_uuid_string_free(&text), 0);
+  EXPECT_EQ(text, nullptr) << "a second free must find nothing to free";
+  EXPECT_EQ(native_uuid_string_free(nullptr), 0);
+  errno = 0;
+  EXPECT_EQ(native_uuid_create(nullptr), 0);
+  EXPECT_EQ(errno, EINVAL);
+}
+
+TEST(Uuid, AMillionInOneProcessAreDistinct) {
+  std::vector<UuidKey> keys;
+  makeUuidsInto(keys, 1000000);
+  EXPECT_EQ(UuidSet(keys.begin(), keys.end()).size(), keys.size());
+}
+
+TEST(Uuid, ConcurrentCreatorsGetDistinctTimeStamps) {
+  std::vector<std::vector<UuidKey>> perThread(4);
+  std::vector<std::thread> threads;
+  threads.reserve(perThread.size());
+  for (auto& keys : perThread) {
+    threads.emplace_back([&keys] { makeUuidsInto(keys, 20000); });
+  }
+  // Unique time stamps, not just unique UUIDs: the random fields would hide a racing counter.
+  std::unordered_set<uint64_t> stamps;
+  for (size_t i = 0; i < threads.size(); ++i) {
+    threads[i].join();
+    for (const UuidKey& key : perThread[i]) {
+      stamps.insert(key.first);
+    }
+  }
+  EXPECT_EQ(stamps.size(), 4u * 20000u);
+}
+
+TEST(SysDep, ClocksAgreeWithTheSystemTime) {
+  uint64_t uuidTime = 0;
+  kx_get_system_time(&uuidTime);
+  EXPECT_EQ((uuidTime - kUuidEpochOffset) % 10, 0u) << "microsecond resolution";
+  EXPECT_NEAR(unixSecondsOf(uuidTime), unixSecondsNow(), 1.0);
+  // Seconds and milliseconds come from separate reads: a step back stays under one second.
+  int64_t previous = kx_timestamp();
+  EXPECT_NEAR(previous / 1000.0, unixSecondsNow(), 2.0);
+  for (int i = 0; i < 10000; ++i) {
+    const int64_t now = kx_timestamp();
+    EXPECT_GT(now, previous - 1000);
+    previous = now;
+  }
+}
+
+}  // namespace

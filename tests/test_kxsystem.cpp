@@ -1,0 +1,112 @@
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "kxos.h"
+
+namespace {
+
+// A connected TCP pair on the loopback interface: the listener is closed once accepted.
+struct LoopbackPair {
+  int client = -1;
+  int server = -1;
+
+  LoopbackPair() {
+    const int listener = kx_socket(AF_INET, SOCK_STREAM, 0);
+    EXPECT_GE(listener, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = static_cast<in_addr_t>(kx_inet_addr("127.0.0.1"));
+    socklen_t length = sizeof address;
+    EXPECT_EQ(kx_bind(listener, reinterpret_cast<sockaddr*>(&address), length), 0);
+    EXPECT_EQ(kx_listen(listener, 1), 0);
+    EXPECT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
+    client = kx_socket(AF_INET, SOCK_STREAM, 0);
+    EXPECT_EQ(kx_connect(client, reinterpret_cast<sockaddr*>(&address), length), 0);
+    server = kx_accept(listener, nullptr, nullptr);
+    EXPECT_GE(server, 0);
+    kx_closesocket(listener);
+  }
+  ~LoopbackPair() {
+    kx_closesocket(client);
+    kx_closesocket(server);
+  }
+};
+
+std::string receive(int socket, int32_t count) {
+  std::string bytes(static_cast<size_t>(count), '\0');
+  const ssize_t got = kx_recv(socket, &bytes[0], count, MSG_WAITALL);
+  bytes.resize(got < 0 ? 0 : static_cast<size_t>(got));
+  return bytes;
+}
+
+TEST(KxSockets, LoopbackPairCarriesBytesBothWays) {
+  LoopbackPair pair;
+  EXPECT_EQ(kx_send(pair.client, "ping\0!", 6, 0), 6);
+  EXPECT_EQ(receive(pair.server, 6), std::string("ping\0!", 6));
+  EXPECT_EQ(kx_send(pair.server, "pong", 4, 0), 4);
+  EXPECT_EQ(receive(pair.client, 4), "pong");
+  EXPECT_EQ(kx_inet_addr("not an address"), 0xFFFFFFFFu) << "widened without sign";
+}
+
+TEST(KxLoading, OpensTheCLibraryAndFindsASymbol) {
+  void* library = kx_dlopen("libc.so.6");
+  ASSERT_NE(library, nullptr) << kx_dlerror();
+  using LengthFunction = size_t (*)(const char*);
+  auto length = reinterpret_cast<LengthFunction>(kx_dlsym(library, "strlen"));
+  ASSERT_NE(length, nullptr);
+  EXPECT_EQ(length("four"), 4u);
+  EXPECT_EQ(kx_dlsym(library, "no_such_symbol_here"), nullptr);
+  EXPECT_NE(kx_dlerror(), nullptr);
+  EXPECT_EQ(kx_dlclose(library), 0);
+  EXPECT_EQ(kx_dlopen("libdoes-not-exist.so"), nullptr);
+  EXPECT_NE(kx_dlerror(), nullptr);
+}
+
+// Sets TZ for the scope and restores what was there.
+class TimeZoneScope {
+ public:
+  explicit TimeZoneScope(const char* zone) : mHadZone(getenv("TZ") != nullptr) {
+    mPrevious = mHadZone ? getenv("TZ") : "";
+    useZone(zone);
+  }
+  ~TimeZoneScope() { useZone(mHadZone ? mPrevious.c_str() : nullptr); }
+
+ private:
+  static void useZone(const char* zone) {
+    (void)(zone == nullptr ? unsetenv("TZ") : setenv("TZ", zone, 1));
+    tzset();
+  }
+  bool mHadZone;
+  std::string mPrevious;
+};
+
+struct tm newYear2000() {
+  struct tm fields {};
+  fields.tm_year = 100;
+  fields.tm_mday = 1;
+  fields.tm_isdst = 0;
+  return fields;
+}
+
+TEST(KxTime, MktimeReadsTheFieldsAsUtc) {
+  constexpr time_t kNewYear2000Utc = 946684800;
+  {
+    TimeZoneScope utc("UTC");
+    struct tm forKx = newYear2000();
+    struct tm forLibc = newYear2000();
+    EXPECT_EQ(kx_mktime(&forKx), mktime(&forLibc));
+    EXPECT_EQ(kx_mktime(&forKx), kNewYear2000Utc);
+  }
+  TimeZoneScope fiveWest("EST5");
+  struct tm fields = newYear2000();
+  EXPECT_EQ(kx_mktime(&fields), kNewYear2000Utc);
+  EXPECT_EQ(kx_gmtime(&kNewYear2000Utc)->tm_year, 100);
+  timeval now{};
+  EXPECT_EQ(kx_gettimeofday(&now), 0);
+  EXPECT_GT(now.tv_sec, kNewYear2000Utc);
+}
+
+}  // namespace

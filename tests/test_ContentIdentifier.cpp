@@ -13,22 +13,14 @@ namespace {
 
 using kxtest::thrownBy;
 
-struct Closer {
-  void operator()(KXMemStream* stream) const { EXPECT_NO_THROW(stream->close()); }
-};
-using StreamPtr = std::unique_ptr<KXMemStream, Closer>;
+using StreamPtr = kxtest::StreamPtr<KXMemStream>;
+using kxtest::readString;
 
 StreamPtr openStream(std::string& content) {
   kxtest::StrictModeScope strict(1);
   StreamPtr stream(new KXMemStream(&content[0], content.size(), KXMemStream::eIn));
   stream->init();
   return stream;
-}
-
-std::string readBytes(KXBasicGenericStream& stream, int count) {
-  std::string bytes(static_cast<size_t>(count), '\0');
-  bytes.resize(static_cast<size_t>(stream.read(&bytes[0], count)));
-  return bytes;
 }
 
 std::string md5sumOf(const std::string& bytes) {
@@ -45,7 +37,7 @@ TEST(ContentIdentifier, EqualsMd5sumAndLeavesTheContentToBeRead) {
     KXObjectGuid id;
     stream->calcID(id, -1);
     EXPECT_EQ(md5sumOf(content), id.GetID());
-    EXPECT_EQ(content, readBytes(*stream, static_cast<int>(size) + 1));
+    EXPECT_EQ(content, readString(*stream, static_cast<int>(size) + 1));
   }
 }
 
@@ -89,7 +81,7 @@ TEST(ContentIdentifier, FailuresLeaveTheIdentifierAlone) {
                thrownBy<KXSDKInternalException>([&] { stream->calcID(id, -1); }).GetMessage());
   EXPECT_EQ(0, stream->GetStreamPos());
 
-  readBytes(*stream, 60);
+  readString(*stream, 60);
   // A length below what was already read makes the next prepare's strict byte count fail.
   stream->GetInfo()->mStreamLen = 40;
   EXPECT_STREQ("PrepareBufferProc: mStreamLen",

@@ -60,10 +60,8 @@ long prepareWithoutAdvancing(KXStreamInfo* info) {
   return 0;
 }
 
-struct Closer {
-  void operator()(KXCustomStream* stream) const { EXPECT_NO_THROW(stream->close()); }
-};
-using StreamPtr = std::unique_ptr<KXCustomStream, Closer>;
+using StreamPtr = kxtest::StreamPtr<KXCustomStream>;
+using kxtest::readString;
 
 StreamPtr openSource(Source& source, KXStreamProc prepare = sourcePrepare,
                      KXStreamProc setMarker = sourceSetMarker,
@@ -74,23 +72,17 @@ StreamPtr openSource(Source& source, KXStreamProc prepare = sourcePrepare,
   return stream;
 }
 
-std::string readBytes(KXBasicGenericStream& stream, int count) {
-  std::string bytes(static_cast<size_t>(count), '\0');
-  bytes.resize(static_cast<size_t>(stream.read(&bytes[0], count)));
-  return bytes;
-}
-
 TEST(KXCustomStreamSource, ReadsAndReturnsToItsMarksThroughTheContext) {
   Source source{kxtest::randomBytes(1000, 11)};
   StreamPtr stream = openSource(source);
   EXPECT_EQ(&source, stream->GetInfo()->mUserData);
-  EXPECT_EQ(source.bytes.substr(0, 300), readBytes(*stream, 300));
+  EXPECT_EQ(source.bytes.substr(0, 300), readString(*stream, 300));
   stream->SetMark();
-  EXPECT_EQ(source.bytes.substr(300), readBytes(*stream, 1000));
+  EXPECT_EQ(source.bytes.substr(300), readString(*stream, 1000));
   stream->resetMark();
-  EXPECT_EQ(source.bytes.substr(300, 50), readBytes(*stream, 50));
+  EXPECT_EQ(source.bytes.substr(300, 50), readString(*stream, 50));
   stream->reset();
-  EXPECT_EQ(source.bytes, readBytes(*stream, 2000));
+  EXPECT_EQ(source.bytes, readString(*stream, 2000));
   stream.release()->close();
   EXPECT_TRUE(source.closed);
 }
@@ -99,10 +91,10 @@ TEST(KXCustomStreamSource, WithoutMarkerCallbacksIsOneWay) {
   Source source{"abcdef"};
   StreamPtr stream = openSource(source, sourcePrepare, nullptr, nullptr);
   stream->resetMark();
-  EXPECT_EQ("abc", readBytes(*stream, 3));
+  EXPECT_EQ("abc", readString(*stream, 3));
   EXPECT_THROW(stream->SetMark(), KXMarkRequiredException);
   EXPECT_THROW(stream->resetMark(), KXMarkRequiredException);
-  EXPECT_EQ("def", readBytes(*stream, 10));
+  EXPECT_EQ("def", readString(*stream, 10));
 }
 
 TEST(KXCustomStreamInit, AcceptsOrRejectsEachCombinationOfCallbacks) {
@@ -136,12 +128,12 @@ TEST(KXCustomStreamInit, AcceptsOrRejectsEachCombinationOfCallbacks) {
 TEST(KXCustomStreamStatus, OnlyTheLowWordCountsAndNotSupportedIsForMarkersOnly) {
   Source source{"0123456789", (1L << 32)};
   StreamPtr stream = openSource(source);
-  EXPECT_EQ("0123", readBytes(*stream, 4));
+  EXPECT_EQ("0123", readString(*stream, 4));
   stream->SetMark();
   stream->resetMark();
   source.status |= static_cast<uint32_t>(KX_NOT_SUPPORTED_ERR);
   EXPECT_EQ(KX_NOT_SUPPORTED_ERR,
-            thrownBy<KXStreamException>([&] { readBytes(*stream, 4); }).GetCode());
+            thrownBy<KXStreamException>([&] { readString(*stream, 4); }).GetCode());
   EXPECT_THROW(stream->SetMark(), KXMarkRequiredException);
   EXPECT_EQ(KX_NOT_SUPPORTED_ERR, thrownBy<KXStreamException>([&] { stream->close(); }).GetCode());
   // The failed close left the stream alive; the guard closes it once the callback agrees.
@@ -152,11 +144,12 @@ TEST(KXCustomStreamStrict, RuleBreakingCallbacksFailTheCall) {
   const kxtest::StrictModeScope strict(1);
   Source source{"0123456789"};
   StreamPtr unmoved = openSource(source, prepareWithoutAdvancing);
-  EXPECT_STREQ("PrepareBufferProc: mStreamPos",
-               thrownBy<KXStreamValidationException>([&] { readBytes(*unmoved, 2); }).GetMessage());
+  EXPECT_STREQ("PrepareBufferProc: mStreamPos", thrownBy<KXStreamValidationException>([&] {
+                                                  readString(*unmoved, 2);
+                                                }).GetMessage());
   // Marks a position away from the current mark without recording it.
   StreamPtr unmarked = openSource(source, sourcePrepare, doNothing);
-  EXPECT_EQ("01", readBytes(*unmarked, 2));
+  EXPECT_EQ("01", readString(*unmarked, 2));
   EXPECT_STREQ("SetMarkerProc: mMarkerPos",
                thrownBy<KXStreamValidationException>([&] { unmarked->SetMark(); }).GetMessage());
 }
@@ -165,7 +158,7 @@ TEST(KXCustomStreamStrict, WithoutStrictModeTheEngineRecordsTheMark) {
   const kxtest::StrictModeScope lax(0);
   Source source{"0123456789"};
   StreamPtr stream = openSource(source, sourcePrepare, doNothing);
-  EXPECT_EQ("01", readBytes(*stream, 2));
+  EXPECT_EQ("01", readString(*stream, 2));
   stream->SetMark();
   EXPECT_EQ(2, stream->GetInfo()->mMarkerPos);
 }

@@ -44,10 +44,8 @@ class Probe : public KXFileStream {
   }
 };
 
-struct Closer {
-  void operator()(Probe* stream) const { EXPECT_NO_THROW(stream->close()); }
-};
-using StreamPtr = std::unique_ptr<Probe, Closer>;
+using StreamPtr = kxtest::StreamPtr<Probe>;
+using kxtest::readString;
 
 struct Opening {
   const char* path;  // inside the test directory; null and "" as they stand
@@ -84,12 +82,6 @@ StreamPtr open(const Opening& how, const std::string& dir = "", bool init = true
 std::string contents(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-std::string readBytes(KXBasicGenericStream& stream, int count) {
-  std::string bytes(static_cast<size_t>(count), '\0');
-  bytes.resize(static_cast<size_t>(stream.read(&bytes[0], count)));
-  return bytes;
 }
 
 long writeBytes(KXBasicGenericStream& stream, std::string bytes) {
@@ -218,11 +210,11 @@ TEST(KXFileStreamFailures, CarryTheirClassCodeAndTextAndLeakNothing) {
       {at("fifo", "r+", eOut), nullptr, kFileSystem, ESPIPE, "lseek failed (offset 0)"},
       {at("nil", "r+", eInOut), nullptr, kFileSystem, ENOENT, "failed to open input file (%s)",
        "KXFileStream.KXFileStream (%s,r+,16384)"},
-      {in, [](Probe& s) { readBytes(s.rewire(eIn, nullptr), 1); }, kInternal, 0,
+      {in, [](Probe& s) { readString(s.rewire(eIn, nullptr), 1); }, kInternal, 0,
        "vFileInfo != NULL"},
       {out, [](Probe& s) { writeBytes(s.rewire(eOut, nullptr), "a"); }, kInternal, 0,
        "vFileInfo != NULL"},
-      {in, [](Probe& s) { readBytes(withDescriptor(s, ::open("/dev/null", O_WRONLY)), 1); },
+      {in, [](Probe& s) { readString(withDescriptor(s, ::open("/dev/null", O_WRONLY)), 1); },
        kStream, EBADF, ""},
       {out, [](Probe& s) { completeByHand(s, -3); }, kStream, KX_PARAM_ERR, "", nullptr, -3},
       {out, [](Probe& s) { completeByHand(s, 5); }, kStream, KX_PARAM_ERR, "", nullptr, -1},
@@ -234,7 +226,7 @@ TEST(KXFileStreamFailures, CarryTheirClassCodeAndTextAndLeakNothing) {
       {in, [](Probe& s) { s.rewire(static_cast<Flag>(7), &s.file()).resetMark(); }, kInternal, 0,
        "false"},
       {in, [](Probe& s) { writeBytes(s, "a"); }, kFileSystem, KX_FILESYSTEM_ERR, ""},
-      {console, [](Probe& s) { readBytes(s, 1); }, "KXNotSupportedException", 0, ""},
+      {console, [](Probe& s) { readString(s, 1); }, "KXNotSupportedException", 0, ""},
       {console, [](Probe& s) { s.getFileSize("/nil", "r"); }, kFileSystem, ENOENT,
        "kx_stat(/nil,-) failed"},
   };
@@ -345,7 +337,7 @@ TEST(KXFileStreamWrite, StartsAndLandsWhereTheOpeningSays) {
       EXPECT_EQ(row.length, stream->GetLength());
       if (row.how.flag == eInOut) {  // reads back from the start through the reading half
         stream->reset();
-        EXPECT_EQ(expected.substr(0, 10), readBytes(*stream, 10));
+        EXPECT_EQ(expected.substr(0, 10), readString(*stream, 10));
       }
       stream.reset();
       EXPECT_EQ(expected, contents(files.dir.file("f100")));

@@ -15,10 +15,8 @@ namespace {
 
 using kxtest::thrownBy;
 
-struct Closer {
-  void operator()(KXMemStream* stream) const { EXPECT_NO_THROW(stream->close()); }
-};
-using StreamPtr = std::unique_ptr<KXMemStream, Closer>;
+using StreamPtr = kxtest::StreamPtr<KXMemStream>;
+using kxtest::readString;
 
 // A stream over region, which must outlive it.
 StreamPtr openStream(std::string& region, KXMemStream::EIoFlag flag, KXBool strict = 1) {

@@ -128,6 +128,12 @@ std::string randomBytes(size_t count, unsigned seed) {
   return bytes;
 }
 
+std::string readString(KXBasicGenericStream& stream, int count) {
+  std::string bytes(static_cast<size_t>(count), '\0');
+  bytes.resize(static_cast<size_t>(stream.read(&bytes[0], count)));
+  return bytes;
+}
+
 long openDescriptorCount() {
   DIR* directory = opendir("/proc/self/fd");
   if (directory == nullptr) {

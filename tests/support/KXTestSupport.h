@@ -1,6 +1,9 @@
 #ifndef KX_TEST_SUPPORT_H
 #define KX_TEST_SUPPORT_H
 
+#include <gtest/gtest.h>
+
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -66,6 +69,16 @@ class StrictModeScope {
  private:
   KXBool mPrevious;
 };
+
+// Ends a stream with close(), which also deletes it; a close that throws fails the test.
+struct StreamCloser {
+  void operator()(KXBasicGenericStream* stream) const { EXPECT_NO_THROW(stream->close()); }
+};
+template <class Kind>
+using StreamPtr = std::unique_ptr<Kind, StreamCloser>;
+
+// Reads up to count bytes through the engine's read() and returns them.
+std::string readString(KXBasicGenericStream& stream, int count);
 
 // Whether the exception carries the trace text.
 bool hasTrace(const KXException& exception, const std::string& trace);

@@ -76,13 +76,20 @@ void KXStreamArray::reportEnd() {
   mStreamInfo.mAtEOF = 1;
 }
 
-int KXStreamArray::_prepareBuffer() {
+KXBasicGenericStream* KXStreamArray::currentMemberOrEnd() {
   checkIsInput();
   if (isExhausted()) {
     reportEnd();
+    return nullptr;
+  }
+  return mStreams[mCurrentStream];
+}
+
+int KXStreamArray::_prepareBuffer() {
+  KXBasicGenericStream* member = currentMemberOrEnd();
+  if (member == nullptr) {
     return 0;
   }
-  KXBasicGenericStream* member = mStreams[mCurrentStream];
   KXStreamInfo* memberInfo = member->GetInfo();
   // A member already at its end when its turn comes ends the whole array.
   if (memberInfo->mAtEOF != 0) {
@@ -99,12 +106,10 @@ int KXStreamArray::_prepareBuffer() {
 }
 
 int KXStreamArray::_complete() {
-  checkIsInput();
-  if (isExhausted()) {
-    reportEnd();
+  KXBasicGenericStream* member = currentMemberOrEnd();
+  if (member == nullptr) {
     return 0;
   }
-  KXBasicGenericStream* member = mStreams[mCurrentStream];
   KXStreamInfo* memberInfo = member->GetInfo();
   memberInfo->mReadFlag = mStreamInfo.mReadFlag;
   memberInfo->mBuffer = mStreamInfo.mBuffer;

@@ -38,6 +38,8 @@ class KX_EXPORT KXStreamArray : public KXBasicGenericStream {
   void checkIsInput() const;
   bool isExhausted() const { return mCurrentStream >= mStreamCount; }
   void reportEnd();
+  // The member now being read, or null (with the end reported) once all are exhausted.
+  KXBasicGenericStream* currentMemberOrEnd();
   int rewindToStart();
   int resetMembers();
 };

@@ -114,6 +114,9 @@ int KXCachedInputStream::_resetMarker() {
   const int64_t target = mStreamInfo.mMarkerPos;
   const int64_t start = cacheStartPosition();
   if (target < start || target > mInputInfo->mStreamPos) {
+    // SetMark(long) moves the position before asking; put it back where the cache stands so
+    // that the engine sees the move and refuses it instead of reading the wrong bytes.
+    mStreamInfo.mStreamPos = start + mCacheInfo.mCacheReadPos;
     return KX_NOT_SUPPORTED_ERR;
   }
   mCacheInfo.mCacheReadPos = static_cast<long>(target - start);

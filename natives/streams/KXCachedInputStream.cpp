@@ -28,6 +28,11 @@ KXCachedInputStream::KXCachedInputStream(KXBasicGenericStream* stream, long cach
 KXCachedInputStream::~KXCachedInputStream() { kx_free(mCacheInfo.mCache); }
 
 void KXCachedInputStream::init() {
+  if (mInited != 0) {
+    // Starting over would drop the cache's content and leak the cache; the engine reports it.
+    KXBasicGenericStream::init();
+    return;
+  }
   mStreamInfo.mStreamPos = 0;
   mStreamInfo.mMarkerPos = 0;
   mStreamInfo.mStreamLen = mInputInfo->mStreamLen;

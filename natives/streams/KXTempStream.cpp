@@ -43,6 +43,11 @@ KXTempStream::KXTempStream(int memSize) : mTempStreamInfo(), mMemSize(memSize) {
 KXTempStream::~KXTempStream() { releaseAll(); }
 
 void KXTempStream::init() {
+  if (mInited != 0) {
+    // Allocating again would leak the first buffers; the engine reports the misuse.
+    KXBasicGenericStream::init();
+    return;
+  }
   if (mMemSize < 0) {
     KX_RAISE(KXParameterException, 0).raise();
   }
@@ -77,6 +82,7 @@ int KXTempStream::_complete() {
     return 0;
   }
   const int64_t total = mStreamInfo.mTransferLen;
+  zeroGapBeforePosition();
   const int64_t memoryShare =
       std::min(std::max<int64_t>(mTempStreamInfo.mMemBufferLen - mStreamInfo.mStreamPos, 0), total);
   if (memoryShare > 0) {
@@ -98,6 +104,16 @@ int KXTempStream::_complete() {
   }
   mStreamInfo.mTransferLen = total;
   return 0;
+}
+
+// A write after a mark past the end leaves a gap; in memory it would read back as whatever the
+// allocator left there, so it reads as zeros, as the file part's gap does.
+void KXTempStream::zeroGapBeforePosition() {
+  const int64_t gapEnd = std::min<int64_t>(mStreamInfo.mStreamPos, mTempStreamInfo.mMemBufferLen);
+  if (gapEnd > mStreamInfo.mStreamLen) {
+    kx_memset(mTempStreamInfo.mMemBuffer + mStreamInfo.mStreamLen, 0,
+              static_cast<size_t>(gapEnd - mStreamInfo.mStreamLen));
+  }
 }
 
 int KXTempStream::writeToFile(const char* bytes, int64_t count) {

@@ -46,6 +46,7 @@ class KX_EXPORT KXTempStream : public KXBasicGenericStream {
  private:
   enum class FileDirection { kNone, kReading, kWriting };
 
+  void zeroGapBeforePosition();
   int readFromFile(int64_t count);
   int writeToFile(const char* bytes, int64_t count);
   bool turnFileTo(FileDirection direction);

@@ -1,0 +1,145 @@
+#include "KXStreamArray.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "KXCustomStream.h"
+#include "KXProbeStream.h"
+#include "KXStreams.h"
+
+namespace {
+
+using namespace kxtest;
+using Streams = std::vector<KXBasicGenericStream*>;
+
+// Initialised inputs of known length over the given contents.
+struct Members {
+  explicit Members(std::initializer_list<const char*> contents) {
+    for (const char* content : contents) {
+      add(KXProbeStream::create(1, content, static_cast<int64_t>(strlen(content))));
+    }
+  }
+  void add(KXBasicGenericStream* stream) {
+    owned.emplace_back(stream);
+    list.push_back(stream);
+  }
+  std::vector<StreamPtr<KXBasicGenericStream>> owned;
+  Streams list;
+};
+
+// Shows which member a mark belongs to.
+class ArrayProbe : public KXStreamArray {
+ public:
+  using KXStreamArray::KXStreamArray;
+  int markedStream() const { return mMarkedStream; }
+};
+
+StreamPtr<ArrayProbe> openArray(Streams streams) {
+  StreamPtr<ArrayProbe> array(new ArrayProbe(static_cast<int>(streams.size()), streams.data()));
+  array->init();
+  return array;
+}
+
+// The caller's list is released before the first read; reset() rewinds every member.
+TEST(KXStreamArray, EveryConstructorReadsTheMembersInOrderThenEnds) {
+  const std::function<KXStreamArray*(Streams)> constructions[] = {
+      [](Streams m) { return new KXStreamArray(static_cast<int>(m.size()), m.data()); },
+      [](Streams m) { return new KXStreamArray(m[0], m[1]); },
+      [](Streams m) { return new KXStreamArray(2, m[0], m[1]); },
+      [](Streams m) { return KXStreams::createStreamArray(static_cast<int>(m.size()), m.data()); },
+      [](Streams m) { return KXStreams::createStreamArray(m[0], m[1]); }};
+  for (const auto& construct : constructions) {
+    SCOPED_TRACE(&construct - constructions);
+    Members members({"abc", "defg"});
+    StreamPtr<KXStreamArray> array(construct(members.list));
+    array->init();
+    EXPECT_EQ("abcdefg", readString(*array, 100));
+    EXPECT_EQ(1, array->isAtEOF());
+    EXPECT_EQ(7, array->GetStreamPos());
+    EXPECT_EQ("", readString(*array, 100));
+    array->reset();
+    EXPECT_EQ("abcdefg", readString(*array, 100));
+  }
+}
+
+// Each array below is closed at the end of its statement.
+TEST(KXStreamArray, EndsAtOnceWithoutMembersOrAtAFirstMemberAtItsEndAndLeavesMembersOpen) {
+  EXPECT_EQ("", readString(*openArray({}), 10));
+  Members members({"abc", "defg"});
+  EXPECT_EQ("abc", readString(*members.list[0], 10));
+  EXPECT_EQ("", readString(*openArray(members.list), 10));
+  members.list[0]->reset();
+  EXPECT_EQ("abcd", readString(*openArray(members.list), 4));
+  EXPECT_EQ("efg", readString(*members.list[1], 10));
+}
+
+TEST(KXStreamArray, ResetMarkReturnsEveryMemberToItsMark) {
+  Members members({"abc", "defg", "hij"});
+  StreamPtr<ArrayProbe> array = openArray(members.list);
+  EXPECT_EQ("abcde", readString(*array, 5));
+  array->SetMark();
+  EXPECT_EQ(1, array->markedStream());
+  EXPECT_EQ("fghi", readString(*array, 4));
+  for (int round = 0; round < 2; ++round) {
+    array->resetMark();
+    EXPECT_EQ(5, array->GetStreamPos());
+    EXPECT_EQ("fghij", readString(*array, 100));
+  }
+  array->SetMark();  // after the end: the last member's
+  EXPECT_EQ(2, array->markedStream());
+  array->resetMark();
+  EXPECT_EQ("", readString(*array, 100));
+  EXPECT_EQ(10, array->GetStreamPos());
+  array->reset();  // from the start, even though marked
+  EXPECT_EQ("abcdefghij", readString(*array, 100));
+}
+
+// A one-way input over the string in its context.
+long deliverContext(KXStreamInfo* info) {
+  const auto& bytes = *static_cast<const std::string*>(info->mUserData);
+  const auto size = static_cast<int64_t>(bytes.size());
+  info->mTransferLen = std::min(info->mTransferLen, size - info->mStreamPos);
+  info->mBuffer = const_cast<char*>(bytes.data()) + info->mStreamPos;
+  info->mStreamPos += info->mTransferLen;
+  info->mAtEOF = info->mStreamPos == size ? 1 : 0;
+  return 0;
+}
+
+// Returning to the mark without having moved needs nothing of the member that cannot mark.
+TEST(KXStreamArray, AMemberThatCannotMarkFailsOnlyAResetThatNeedsIt) {
+  const std::string oneWay = "defg";
+  Members members({"abc"});
+  members.add(new KXCustomStream(deliverContext, nullptr, nullptr, nullptr, nullptr, &oneWay));
+  members.list.back()->init();
+  StreamPtr<ArrayProbe> array = openArray(members.list);
+  EXPECT_EQ("abcd", readString(*array, 4));
+  array->SetMark();
+  array->resetMark();
+  EXPECT_EQ("ef", readString(*array, 2));
+  const auto refused = thrownBy<KXMarkRequiredException>([&] { array->resetMark(); });
+  EXPECT_TRUE(hasTrace(refused, "KXBasicGenericStream.resetMark")) << traces(refused);
+  EXPECT_EQ("g", readString(*array, 100));
+}
+
+TEST(KXStreamArray, RefusesANegativeCountOrANullMember) {
+  Members members({"abc"});
+  KXBasicGenericStream* const valid = members.list[0];
+  KXBasicGenericStream* const none = nullptr;
+  KXBasicGenericStream* withNull[] = {valid, none};
+  const std::function<void()> constructions[] = {
+      [&] { KXStreamArray array(-1, withNull); }, [&] { KXStreamArray array(2, withNull); },
+      [&] { KXStreamArray array(valid, none); }, [&] { KXStreamArray array(2, none, valid); },
+      [&] { KXStreams::createStreamArray(none, valid); }};
+  for (const auto& construct : constructions) {
+    SCOPED_TRACE(&construct - constructions);
+    thrownBy<KXParameterException>(construct);
+  }
+}
+
+}  // namespace

@@ -6,13 +6,13 @@
 #include "KXLogging.h"
 #include "KXMD5.h"
 #include "KXRaise.h"
+#include "KXStreamStatus.h"
 #include "KXStreams.h"
 #include "KXStringConversion.h"
 #include "kxos.h"
 
 namespace {
 constexpr const char* kSourcePath = "natives/streams/KXBasicGenericStream";
-constexpr component_t kLogComponent = 1024;
 constexpr int16_t kRecordVersion = 3;
 constexpr int kRecordTextSize = 512;
 constexpr int kDigestTextSize = 65;
@@ -45,14 +45,14 @@ struct KXEngineSteps {
   static void traceRecord(KXBasicGenericStream& stream, const char* format) {
     if (isTracing(stream)) {
       const std::unique_ptr<char[]> text(stream.toString());
-      KXLogging::Debug(kLogComponent, format, KXStringConversion::removePercent(text.get()));
+      KXLogging::Debug(kStreamLogComponent, format, KXStringConversion::removePercent(text.get()));
     }
   }
 
   static void traceRecordWithStatus(KXBasicGenericStream& stream, const char* format, int status) {
     if (isTracing(stream)) {
       const std::unique_ptr<char[]> text(stream.toString());
-      KXLogging::Debug(kLogComponent, format, static_cast<long>(status),
+      KXLogging::Debug(kStreamLogComponent, format, static_cast<long>(status),
                        KXStringConversion::removePercent(text.get()));
     }
   }
@@ -76,7 +76,7 @@ struct KXEngineSteps {
   [[noreturn]] static void raiseCallbackFailure(const KXBasicGenericStream& stream,
                                                 const char* logFormat, int status) {
     if (isTracing(stream)) {
-      KXLogging::Log(1, kLogComponent, logFormat, static_cast<long>(status));
+      KXLogging::Log(1, kStreamLogComponent, logFormat, static_cast<long>(status));
     }
     KX_RAISE(KXStreamException, status).raise();
   }
@@ -99,7 +99,7 @@ struct KXEngineSteps {
                      bool mismatch) {
     const bool strict = stream.mStrictMode != 0;
     if (isTracing(stream)) {
-      KXLogging::Log(strict ? 1 : 2, kLogComponent, logFormat,
+      KXLogging::Log(strict ? 1 : 2, kStreamLogComponent, logFormat,
                      KXStringConversion::removePercent(what));
     }
     if (!strict) {
@@ -381,7 +381,7 @@ void KXBasicGenericStream::close() {
   const int status = _close();
   if (status != 0) {
     if (KXEngineSteps::isTracing(*this)) {
-      KXLogging::Log(1, kLogComponent, "KX_STREAM_ERR in close callback (status=%ld)",
+      KXLogging::Log(1, kStreamLogComponent, "KX_STREAM_ERR in close callback (status=%ld)",
                      static_cast<long>(status));
     }
     KX_RAISE(KXStreamException, status).trace("KXBasicGenericStream.close").raise();

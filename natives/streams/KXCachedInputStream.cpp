@@ -6,13 +6,13 @@
 #include "KXException.h"
 #include "KXLogging.h"
 #include "KXRaise.h"
+#include "KXStreamStatus.h"
 #include "KXStringConversion.h"
 #include "kxos.h"
 
 namespace {
 constexpr const char* kSourcePath = "natives/streams/KXCachedInputStream";
 constexpr long kCacheGranule = 16384;
-constexpr component_t kLogComponent = 1024;
 }  // namespace
 
 KXCachedInputStream::KXCachedInputStream(KXBasicGenericStream* stream, long cacheSize)
@@ -142,5 +142,5 @@ void KXCachedInputStream::traceRecord(const char* format) {
     return;
   }
   const std::unique_ptr<char[]> text(toString());
-  KXLogging::Debug(kLogComponent, format, KXStringConversion::removePercent(text.get()));
+  KXLogging::Debug(kStreamLogComponent, format, KXStringConversion::removePercent(text.get()));
 }

@@ -7,6 +7,7 @@
 
 #include "KXException.h"
 #include "KXRaise.h"
+#include "KXStreamStatus.h"
 #include "KXStreams.h"
 #include "KXStringConversion.h"
 #include "kxos.h"
@@ -50,10 +51,6 @@ const char* systemReason(int error) {
   static thread_local char text[128];
   return strerror_r(error, text, sizeof text);
 }
-
-// A failed call's status: the system's error number, or the library's own code when the system
-// gave none.
-int failureStatus() { return errno != 0 ? errno : KX_FILESYSTEM_ERR; }
 
 // Which record fields an in-out stream hands to its reading half and takes back.
 enum RecordField : unsigned {
@@ -294,14 +291,19 @@ void KXFileStream::placeRange(int64_t size) {
   }
 }
 
-void KXFileStream::limitOutputLength(int64_t size) {
-  if (size > mFileInfo.mMaxFileLength && KXStreams::allowFileTruncation() != 0 &&
-      kx_ftruncate(mFileInfo.mFileDesc, mFileInfo.mMaxFileLength) != 0) {
+// A failed cut carries no message and code 0, as documented; the trace names file and reason.
+void KXFileStream::cutFile(int descriptor, int64_t length) const {
+  if (kx_ftruncate(descriptor, length) != 0) {
     const int error = errno;
     KX_RAISE(KXFileSystemException, 0)
-        .trace("kx_ftruncate(%s, %ld): %s", mPath, static_cast<long>(mFileInfo.mMaxFileLength),
-               systemReason(error))
+        .trace("kx_ftruncate(%s, %ld): %s", mPath, static_cast<long>(length), systemReason(error))
         .raise();
+  }
+}
+
+void KXFileStream::limitOutputLength(int64_t size) {
+  if (size > mFileInfo.mMaxFileLength && KXStreams::allowFileTruncation() != 0) {
+    cutFile(mFileInfo.mFileDesc, mFileInfo.mMaxFileLength);
   }
   if (size < mFileInfo.mMaxFileLength) {
     mFileInfo.mMaxFileLength = size + mStreamInfo.mStreamLen;
@@ -504,7 +506,7 @@ int KXFileStream::resynchronise() {
   }
   if (kx_lseek(vFileInfo->mFileDesc, vFileInfo->mStartOffset + mStreamInfo.mStreamPos, SEEK_SET) ==
       -1) {
-    return failureStatus();
+    return systemFailureStatus();
   }
   vFileInfo->mFilePos = mStreamInfo.mStreamPos;
   return 0;
@@ -527,7 +529,7 @@ int KXFileStream::prepareInBuffer() {
     const int64_t count = std::min(requested, mStreamInfo.mStreamLen - mStreamInfo.mStreamPos);
     const ssize_t got = readRetryingInterrupts(vFileInfo->mFileDesc, vFileInfo->mFileBuffer, count);
     if (got < 0) {
-      return failureStatus();
+      return systemFailureStatus();
     }
     vFileInfo->mFilePos += got;
   }
@@ -580,13 +582,7 @@ int KXFileStream::completeOut() {
   mStreamInfo.mStreamLen += written;
   // A rewrite that ends before the old data's end leaves the file ending where it ended.
   if (KXStreams::allowFileTruncation() != 0 && mStreamInfo.mStreamLen > mStreamInfo.mStreamPos) {
-    if (kx_ftruncate(vFileInfo->mFileDesc, mStreamInfo.mStreamPos) != 0) {
-      const int error = errno;
-      KX_RAISE(KXFileSystemException, 0)
-          .trace("kx_ftruncate(%s, %ld): %s", mPath, static_cast<long>(mStreamInfo.mStreamPos),
-                 systemReason(error))
-          .raise();
-    }
+    cutFile(vFileInfo->mFileDesc, mStreamInfo.mStreamPos);
     mStreamInfo.mStreamLen = mStreamInfo.mStreamPos;
   }
   return 0;
@@ -621,7 +617,7 @@ int KXFileStream::writeToStandardStream(FILE* stream) {
     done += static_cast<int64_t>(written);
     mStreamInfo.mStreamPos += static_cast<int64_t>(written);
     if (static_cast<int64_t>(written) < chunk) {
-      return failureStatus();
+      return systemFailureStatus();
     }
   }
   return 0;
@@ -631,13 +627,13 @@ int KXFileStream::writeToStandardStream(FILE* stream) {
 
 int KXFileStream::SetMarkerInOrOut() {
   // Only confirms that the descriptor can seek; the engine records the mark itself.
-  return kx_lseek(mFileInfo.mFileDesc, 0, SEEK_CUR) == -1 ? failureStatus() : 0;
+  return kx_lseek(mFileInfo.mFileDesc, 0, SEEK_CUR) == -1 ? systemFailureStatus() : 0;
 }
 
 int KXFileStream::resetMarkerInOrOut() {
   if (kx_lseek(mFileInfo.mFileDesc, mFileInfo.mStartOffset + mStreamInfo.mMarkerPos, SEEK_SET) <
       0) {
-    return failureStatus();
+    return systemFailureStatus();
   }
   mStreamInfo.mStreamPos = mStreamInfo.mMarkerPos;
   mFileInfo.mFilePos = mStreamInfo.mMarkerPos;

@@ -7,6 +7,7 @@
 #include "KXException.h"
 #include "KXLogging.h"
 #include "KXRaise.h"
+#include "KXStreamStatus.h"
 #include "KXTempFile.h"
 #include "kxos.h"
 
@@ -14,11 +15,8 @@ namespace {
 constexpr const char* kSourcePath = "natives/streams/KXTempStream";
 constexpr int kStagingSize = 16384;
 constexpr verbosity_level_t kErrorLevel = 1;
-constexpr component_t kLogComponent = 1024;
 // The status for file-part bytes that are due when no temporary file exists.
 constexpr int kNoTemporaryFile = 5;
-
-int failureStatus() { return errno != 0 ? errno : KX_FILESYSTEM_ERR; }
 
 char* allocateOrRaise(int size) {
   auto* block = static_cast<char*>(kx_malloc(static_cast<size_t>(size)));
@@ -68,8 +66,8 @@ int KXTempStream::tempCreate() {
     mTempStreamInfo.mTempFile = new KXTempFile();
   } catch (int status) {
     if (KXLogging::isDebugLogging() != 0) {
-      KXLogging::Log(kErrorLevel, kLogComponent, "Failed to create temporary file (status=%ld)",
-                     static_cast<long>(status));
+      KXLogging::Log(kErrorLevel, kStreamLogComponent,
+                     "Failed to create temporary file (status=%ld)", static_cast<long>(status));
     }
     return status;
   }
@@ -118,13 +116,13 @@ void KXTempStream::zeroGapBeforePosition() {
 
 int KXTempStream::writeToFile(const char* bytes, int64_t count) {
   if (!turnFileTo(FileDirection::kWriting)) {
-    return failureStatus();
+    return systemFailureStatus();
   }
   errno = 0;
   const size_t written =
       kx_WriteFile(bytes, 1, static_cast<size_t>(count), mTempStreamInfo.mTempFile->getFile());
   if (static_cast<int64_t>(written) < count) {
-    return failureStatus();
+    return systemFailureStatus();
   }
   mStreamInfo.mStreamPos += count;
   mStreamInfo.mStreamLen = std::max(mStreamInfo.mStreamLen, mStreamInfo.mStreamPos);

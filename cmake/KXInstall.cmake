@@ -30,5 +30,6 @@ install(FILES ${PROJECT_BINARY_DIR}/KXStreamsConfig.cmake
 
 # Relative to the .pc file, so that the package works wherever --prefix puts it.
 file(RELATIVE_PATH KX_PC_PREFIX "/root/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/root")
+string(REGEX REPLACE "/$" "" KX_PC_PREFIX "${KX_PC_PREFIX}")
 configure_file(cmake/kxstreams.pc.in ${PROJECT_BINARY_DIR}/kxstreams.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/kxstreams.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

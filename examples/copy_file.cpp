@@ -10,8 +10,8 @@
 #include <memory>
 #include <string>
 
-#include "KXException.h"
-#include "KXStreams.h"
+#include <kxstreams/KXException.h>
+#include <kxstreams/KXStreams.h>
 
 namespace {
 

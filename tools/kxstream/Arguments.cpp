@@ -41,7 +41,8 @@ long long Arguments::count(const std::string& option, long long fallback) const 
   char* end = nullptr;
   errno = 0;
   const long long value = std::strtoll(text.c_str(), &end, 10);
-  const bool digitsOnly = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+  const bool digitsOnly =
+      !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
   if (!digitsOnly || errno == ERANGE || *end != '\0') {
     throw UsageError("invalid number for " + option + ": '" + text + "'");
   }

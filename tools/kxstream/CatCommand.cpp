@@ -3,11 +3,11 @@
 // its message comes after the output of the inputs named earlier, as cat's does, and a long
 // list never holds more than one batch of descriptors.
 
+#include <unistd.h>
 #include <cstdint>
 #include <memory>
 #include <new>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 #include "Commands.h"
@@ -62,8 +62,8 @@ class Concatenation {
     for (size_t index = first; index < members.size(); ++index) {
       streams.push_back(members[index].stream.get());
     }
-    StreamHandle array = initialised(
-        KXStreams::createStreamArray(static_cast<int>(streams.size()), streams.data()));
+    StreamHandle array =
+        initialised(KXStreams::createStreamArray(static_cast<int>(streams.size()), streams.data()));
     try {
       pump(*array, mOutput);
       finish(array);

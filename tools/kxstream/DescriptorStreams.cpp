@@ -66,8 +66,8 @@ DescriptorChannel::DescriptorChannel(int descriptor) : descriptor(descriptor) {}
 
 StreamHandle openDescriptorInput(DescriptorChannel& channel) {
   channel.buffer.resize(kFileBufferSize);
-  return initialised(KXStreams::createCustomStream(readDescriptor, nullptr, nullptr, nullptr,
-                                                   nullptr, &channel));
+  return initialised(
+      KXStreams::createCustomStream(readDescriptor, nullptr, nullptr, nullptr, nullptr, &channel));
 }
 
 StreamHandle openDescriptorOutput(DescriptorChannel& channel) {

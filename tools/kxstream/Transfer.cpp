@@ -54,4 +54,3 @@ int64_t pump(KXBasicGenericStream& source, KXBasicGenericStream& sink,
 }
 
 }  // namespace kxstream
-

@@ -26,7 +26,8 @@ struct Command {
 
 const std::vector<Command>& commands() {
   static const std::vector<Command> table = {
-      {"id", "content identifier (MD5) of each file, as md5sum prints it",
+      {"id",
+       "content identifier (MD5) of each file, as md5sum prints it",
        "Usage: kxstream id [-j JOBS] [FILE...]\n"
        "Print the content identifier (MD5) of each FILE, one line 'DIGEST  NAME' as md5sum does.\n"
        "With no FILE, or when FILE is -, read standard input.\n\n"
@@ -34,14 +35,16 @@ const std::vector<Command>& commands() {
        "  --help    show this help\n",
        {{"-j"}, {"--help"}},
        kxstream::runId},
-      {"cat", "the files one after the other, to standard output",
+      {"cat",
+       "the files one after the other, to standard output",
        "Usage: kxstream cat [FILE...]\n"
        "Write the FILEs one after the other to standard output, byte for byte.\n"
        "With no FILE, or when FILE is -, read standard input.\n\n"
        "  --help    show this help\n",
        {{}, {"--help"}},
        kxstream::runCat},
-      {"copy", "a whole file or a byte range of it",
+      {"copy",
+       "a whole file or a byte range of it",
        "Usage: kxstream copy SOURCE DESTINATION [--start N] [--length N] [--progress]\n"
        "Copy SOURCE to DESTINATION, or only the bytes from offset N on, at most N of them.\n\n"
        "  --start N     first byte to copy (default 0)\n"
@@ -50,7 +53,8 @@ const std::vector<Command>& commands() {
        "  --help        show this help\n",
        {{"--start", "--length"}, {"--progress", "--help"}},
        kxstream::runCopy},
-      {"uuid", "time-based UUIDs, one a line",
+      {"uuid",
+       "time-based UUIDs, one a line",
        "Usage: kxstream uuid [-n COUNT]\n"
        "Print COUNT time-based (version 1) UUIDs, one a line (default 1).\n\n"
        "  -n COUNT  how many UUIDs to print\n"

@@ -10,8 +10,12 @@ if(KX_SANITIZE)
   target_link_options(kx_build_flags INTERFACE -fsanitize=address,undefined)
 endif()
 
-function(kx_set_output_directories target)
+# The standard is named on every command line, so that tools with another default (clang-tidy)
+# read the sources as the compiler does.
+function(kx_set_common_properties target)
   set_target_properties(${target} PROPERTIES
+    CXX_STANDARD 17
+    CXX_STANDARD_REQUIRED ON
     LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib
     ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
@@ -29,11 +33,11 @@ function(kx_configure_library target)
   if(NOT KX_SANITIZE)
     target_link_options(${target} PRIVATE -Wl,--no-undefined)
   endif()
-  kx_set_output_directories(${target})
+  kx_set_common_properties(${target})
 endfunction()
 
 function(kx_configure_program target)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
   target_link_libraries(${target} PRIVATE kx_build_flags)
-  kx_set_output_directories(${target})
+  kx_set_common_properties(${target})
 endfunction()

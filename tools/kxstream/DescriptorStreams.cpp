@@ -18,7 +18,8 @@ long readDescriptor(KXStreamInfo* info) {
     return KX_WRONG_STREAM_ERR;
   }
   DescriptorChannel& channel = channelOf(info);
-  const int64_t wanted = std::min<int64_t>(info->mTransferLen, channel.buffer.size());
+  const auto capacity = static_cast<int64_t>(channel.buffer.size());
+  const int64_t wanted = std::min(info->mTransferLen, capacity);
   if (wanted <= 0) {
     info->mBuffer = nullptr;
     info->mTransferLen = 0;

@@ -23,7 +23,7 @@ void finish(StreamHandle& stream);
 
 // Buffer of every file stream the tool opens: large enough that system calls cost little,
 // small enough to stay in the processor's cache while the bytes are digested or written.
-constexpr long kFileBufferSize = 256 * 1024;
+constexpr long kFileBufferSize = 256L * 1024;
 
 StreamHandle openInputFile(const std::string& path);
 StreamHandle openInputRange(const std::string& path, long start, long length);

@@ -46,7 +46,7 @@ run_benchmarks() {
 run_command() {
   local name=$1
   shift
-  local timings=$scratch/timings.$name
+  local timings=$scratch/timings.${name//\//_}
   : >"$timings"
   "$@" | cat >/dev/null # warm the page cache and catch failures early
   for ((i = 0; i < runs; ++i)); do

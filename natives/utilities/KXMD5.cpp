@@ -1,16 +1,22 @@
 #include "KXMD5.h"
 
-#include <openssl/evp.h>
+// OpenSSL's own MD5 routine, linked in from the static archive and hidden. Going through EVP
+// would map all of libcrypto and start its provider machinery, several MiB of resident memory
+// for one hash, and would share global OpenSSL state with the application that loads us. The
+// routine is marked deprecated in OpenSSL 3 in favour of EVP, which is exactly what we avoid.
+#define OPENSSL_SUPPRESS_DEPRECATED
+#include <openssl/md5.h>
 
 #include <algorithm>
+#include <new>
 
 namespace {
 
 constexpr int kFailure = -1;
 
-EVP_MD_CTX* asDigest(void* context) { return static_cast<EVP_MD_CTX*>(context); }
+MD5_CTX* asDigest(void* context) { return static_cast<MD5_CTX*>(context); }
 
-bool startDigest(EVP_MD_CTX* digest) { return EVP_DigestInit_ex(digest, EVP_md5(), nullptr) == 1; }
+bool startDigest(MD5_CTX* digest) { return MD5_Init(digest) == 1; }
 
 // Writes the hexadecimal digits of the digest into out, at most outSize of them, with a NUL
 // when room is left; returns how many digits it wrote.
@@ -32,12 +38,12 @@ long writeHex(const unsigned char* digest, unsigned int digestLength, bool upper
 }  // namespace
 
 void* KXMD5_Router::createContext() {
-  EVP_MD_CTX* digest = EVP_MD_CTX_new();
+  auto* digest = new (std::nothrow) MD5_CTX;
   if (digest == nullptr) {
     return nullptr;
   }
   if (!startDigest(digest)) {
-    EVP_MD_CTX_free(digest);
+    delete digest;
     return nullptr;
   }
   return digest;
@@ -50,27 +56,24 @@ int KXMD5_Router::update(void* context, char* data, unsigned long length, unsign
   if (length == 0) {
     return 0;
   }
-  return EVP_DigestUpdate(asDigest(context), data, length) == 1 ? 0 : kFailure;
+  return MD5_Update(asDigest(context), data, length) == 1 ? 0 : kFailure;
 }
 
 long KXMD5_Router::complete(void* context, char format, char* out, long outSize, unsigned char) {
   if (context == nullptr || out == nullptr || outSize < 0) {
     return kFailure;
   }
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned int digestLength = 0;
-  if (EVP_DigestFinal_ex(asDigest(context), digest, &digestLength) != 1) {
+  unsigned char digest[MD5_DIGEST_LENGTH];
+  if (MD5_Final(digest, asDigest(context)) != 1) {
     return kFailure;
   }
   // A finished context may not be fed again; restarting it makes a second use a fresh digest
   // instead of undefined behaviour. If that fails, later updates report the failure.
   startDigest(asDigest(context));
-  return writeHex(digest, digestLength, format == 'X', out, outSize);
+  return writeHex(digest, MD5_DIGEST_LENGTH, format == 'X', out, outSize);
 }
 
-void KXMD5_Router::deleteContext(void* context, unsigned char) {
-  EVP_MD_CTX_free(asDigest(context));
-}
+void KXMD5_Router::deleteContext(void* context, unsigned char) { delete asDigest(context); }
 
 void* KXMD5CreateContext(void) { return KXMD5_Router::createContext(); }
 

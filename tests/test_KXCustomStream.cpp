@@ -117,7 +117,7 @@ TEST(KXCustomStreamInit, AcceptsOrRejectsEachCombinationOfCallbacks) {
       EXPECT_NO_THROW(stream->init());
       continue;
     }
-    const KXParameterException rejected = thrownBy<KXParameterException>([&] { stream->init(); });
+    const auto rejected = thrownBy<KXParameterException>([&] { stream->init(); });
     EXPECT_EQ(0, rejected.GetCode());
     EXPECT_STREQ(c.second, rejected.GetMessage());
     EXPECT_EQ(1, log.count(1, "natives/streams/KXCustomStream"));

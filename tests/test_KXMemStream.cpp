@@ -16,7 +16,6 @@ namespace {
 using kxtest::thrownBy;
 
 using StreamPtr = kxtest::StreamPtr<KXMemStream>;
-using kxtest::readString;
 
 // A stream over region, which must outlive it.
 StreamPtr openStream(std::string& region, KXMemStream::EIoFlag flag, KXBool strict = 1) {
@@ -83,7 +82,7 @@ TEST(KXMemStreamOutput, WriteLongerThanTheRegionIsAMismatch) {
   const char* const kOverlong = "CompleteProc: mTransferLen > mBufferLen";
   std::string strictRegion(10, '.');
   StreamPtr strict = openStream(strictRegion, KXMemStream::eOut);
-  const KXStreamMismatchException mismatch =
+  const auto mismatch =
       thrownBy<KXStreamMismatchException>([&] { writeBytes(*strict, "0123456789AB"); });
   EXPECT_STREQ(kOverlong, mismatch.GetMessage());
   EXPECT_EQ("0123456789", strictRegion);
@@ -137,7 +136,7 @@ TEST(KXMemStreamInit, RefusesBadArgumentsAndStaysUninitialised) {
                                      static_cast<KXMemStream::EIoFlag>(refusal.flag)));
     kxtest::LogCapture log(false, 1);
     errno = 0;
-    const KXParameterException refused = thrownBy<KXParameterException>([&] { stream->init(); });
+    const auto refused = thrownBy<KXParameterException>([&] { stream->init(); });
     EXPECT_EQ(KX_PARAM_ERR, errno);
     EXPECT_EQ(0, refused.GetCode());
     EXPECT_STREQ(refusal.message, refused.GetMessage());

@@ -219,7 +219,7 @@ TEST(KXFileStreamFailures, CarryTheirClassCodeAndTextAndLeakNothing) {
       {out, [](Probe& s) { completeByHand(s, -3); }, kStream, KX_PARAM_ERR, "", nullptr, -3},
       {out, [](Probe& s) { completeByHand(s, 5); }, kStream, KX_PARAM_ERR, "", nullptr, -1},
       {out, [](Probe& s) { writeBytes(withDescriptor(s, ::open("/dev/full", O_WRONLY)), "a"); },
-       kStream, KX_FILESYSTEM_ERR, "", nullptr, -1},
+       kStream, KX_FILESYSTEM_ERR, "No space left on device (errno 28)", nullptr, -1},
       {out, [&](Probe& s) { writeBytes(withPipe(s, readEnd), "a"); }, kFileSystem, 0, ""},
       {in, [&](Probe& s) { withPipe(s, readEnd).SetMark(); }, kStream, ESPIPE, ""},
       {out, [&](Probe& s) { withPipe(s, readEnd).resetMark(); }, kStream, ESPIPE, ""},

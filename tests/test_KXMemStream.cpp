@@ -117,6 +117,18 @@ TEST(KXMemStreamDirection, TransfersAgainstTheDirectionFailAndMoveNothing) {
   EXPECT_EQ(6, writer->GetStreamPos());
 }
 
+// Run under LeakSanitizer or valgrind: the snapshot must go with the object.
+TEST(KXMemStreamClose, AStreamWhoseCloseIsRefusedCanStillBeDeleted) {
+  kxtest::StrictModeScope strict(1);
+  char region[] = "0123456789";
+  auto* stream = new KXMemStream(region, 10, KXMemStream::eIn);
+  stream->init();
+  char first[4];
+  ASSERT_EQ(4, stream->read(first, 4));
+  EXPECT_THROW(stream->close(), KXStreamMismatchException);
+  delete stream;
+}
+
 TEST(KXMemStreamInit, RefusesBadArgumentsAndStaysUninitialised) {
   struct Refusal {
     bool nullRegion;

@@ -1,6 +1,8 @@
 #include "KXBasicGenericStream.h"
 
+#include <cerrno>
 #include <memory>
+#include <system_error>
 
 #include "KXException.h"
 #include "KXLogging.h"
@@ -59,13 +61,50 @@ struct KXEngineSteps {
 
   static void snapshotIfChecking(KXBasicGenericStream& stream) {
     if (stream.mStrictMode != 0 || isTracing(stream)) {
-      stream.saveStreamState();
+      saveState(stream);
+    }
+  }
+
+  // The bodies of saveStreamState() and validateStreamState(). The engine calls these directly:
+  // they run around every protocol call, and the exported members cannot be inlined.
+  static void saveState(KXBasicGenericStream& stream) {
+    if (stream.mSavedStreamInfo == nullptr) {
+      stream.mSavedStreamInfo = static_cast<KXStreamInfo*>(kx_malloc(sizeof(KXStreamInfo)));
+      if (stream.mSavedStreamInfo == nullptr) {
+        // Without the copy nothing can be validated; refuse the step rather than skip the checks.
+        KX_RAISE(KXOutOfMemException, 12).raise();
+      }
+    }
+    // A plain struct copy is a few register moves, where the exported kx_memcpy costs a call
+    // into memmove for 64 bytes.
+    *stream.mSavedStreamInfo = stream.mStreamInfo;
+  }
+
+  static void validate(KXBasicGenericStream& stream, EStreamContext context) {
+    const KXStreamInfo& saved = *stream.mSavedStreamInfo;
+    validateCommon(stream, saved);
+    switch (context) {
+      case ePrepareBufferProc:
+        validatePrepareBuffer(stream, saved);
+        break;
+      case eCompleteProc:
+        validateComplete(stream, saved);
+        break;
+      case eSetMarkerProc:
+        validateSetMarker(stream, saved);
+        break;
+      case eResetMarkerProc:
+        validateResetMarker(stream, saved);
+        break;
+      case eCloseProc:
+        validateClose(stream);
+        break;
     }
   }
 
   static void validateIfSnapshot(KXBasicGenericStream& stream, EStreamContext context) {
     if (stream.mSavedStreamInfo != nullptr) {
-      stream.validateStreamState(context);
+      validate(stream, context);
     }
   }
 
@@ -75,8 +114,17 @@ struct KXEngineSteps {
 
   [[noreturn]] static void raiseCallbackFailure(const KXBasicGenericStream& stream,
                                                 const char* logFormat, int status) {
+    // The status of a failed file call is fixed as KX_FILESYSTEM_ERR; the system's own reason
+    // (ENOSPC on a full disk) is still worth naming, so it goes into the message.
+    const int systemError = errno;
     if (isTracing(stream)) {
       KXLogging::Log(1, kStreamLogComponent, logFormat, static_cast<long>(status));
+    }
+    if (status == KX_FILESYSTEM_ERR && systemError != 0) {
+      KX_RAISE(KXStreamException, status)
+          .message("%s (errno %d)", std::generic_category().message(systemError).c_str(),
+                   systemError)
+          .raise();
     }
     KX_RAISE(KXStreamException, status).raise();
   }
@@ -206,7 +254,13 @@ KXBasicGenericStream::KXBasicGenericStream() : mStrictMode(KXStreams::getStreamS
   mStreamInfo.mTransferLen = KX_UNLIMITED_TRANSFER;
 }
 
-KXBasicGenericStream::~KXBasicGenericStream() = default;
+// A stream deleted without a successful close() (its final validation refused it) still
+// returns the snapshot copy.
+KXBasicGenericStream::~KXBasicGenericStream() {
+  if (mSavedStreamInfo != nullptr) {
+    KXEngineSteps::releaseSnapshot(*this);
+  }
+}
 
 void KXBasicGenericStream::init() {
   try {
@@ -290,6 +344,9 @@ int KXBasicGenericStream::read(void* buffer, int length) {
   int total = 0;
   char* destination = static_cast<char*>(buffer);
   do {
+    // A kind that offers no buffer must not leave a stale one (the last write's, perhaps
+    // freed since) to be copied from.
+    mStreamInfo.mBuffer = nullptr;
     mStreamInfo.mTransferLen = remaining;
     prepareBuffer();
     const int64_t delivered = mStreamInfo.mTransferLen;
@@ -387,7 +444,7 @@ void KXBasicGenericStream::close() {
     KX_RAISE(KXStreamException, status).trace("KXBasicGenericStream.close").raise();
   }
   if (mSavedStreamInfo != nullptr) {
-    validateStreamState(eCloseProc);
+    KXEngineSteps::validate(*this, eCloseProc);
     KXEngineSteps::releaseSnapshot(*this);
   }
   delete this;
@@ -447,10 +504,11 @@ long KXBasicGenericStream::calcIDWithChangeMark(KXObjectGuid& id, long maxLength
   long remaining = maxLength < 0 ? kUnlimitedDigest : maxLength;
   long total = 0;
   for (;;) {
+    mStreamInfo.mBuffer = nullptr;  // as in read(): only bytes the kind offers are digested
     mStreamInfo.mTransferLen = remaining;
     prepareBuffer();
     const int64_t delivered = mStreamInfo.mTransferLen;
-    if (delivered > 0) {
+    if (delivered > 0 && mStreamInfo.mBuffer != nullptr) {
       KXMD5_Router::update(context.get(), mStreamInfo.mBuffer,
                            static_cast<unsigned long>(delivered), 0);
     }
@@ -470,37 +528,10 @@ long KXBasicGenericStream::calcIDWithChangeMark(KXObjectGuid& id, long maxLength
   return total;
 }
 
-void KXBasicGenericStream::saveStreamState() {
-  if (mSavedStreamInfo == nullptr) {
-    mSavedStreamInfo = static_cast<KXStreamInfo*>(kx_malloc(sizeof(KXStreamInfo)));
-    if (mSavedStreamInfo == nullptr) {
-      // Without the copy nothing can be validated; refuse the step rather than skip the checks.
-      KX_RAISE(KXOutOfMemException, 12).raise();
-    }
-  }
-  kx_memcpy(mSavedStreamInfo, &mStreamInfo, sizeof(KXStreamInfo));
-}
+void KXBasicGenericStream::saveStreamState() { KXEngineSteps::saveState(*this); }
 
 void KXBasicGenericStream::validateStreamState(EStreamContext context) {
-  const KXStreamInfo& saved = *mSavedStreamInfo;
-  KXEngineSteps::validateCommon(*this, saved);
-  switch (context) {
-    case ePrepareBufferProc:
-      KXEngineSteps::validatePrepareBuffer(*this, saved);
-      break;
-    case eCompleteProc:
-      KXEngineSteps::validateComplete(*this, saved);
-      break;
-    case eSetMarkerProc:
-      KXEngineSteps::validateSetMarker(*this, saved);
-      break;
-    case eResetMarkerProc:
-      KXEngineSteps::validateResetMarker(*this, saved);
-      break;
-    case eCloseProc:
-      KXEngineSteps::validateClose(*this);
-      break;
-  }
+  KXEngineSteps::validate(*this, context);
 }
 
 void KXBasicGenericStream::reportValidationError(const char* what) {

@@ -53,6 +53,10 @@ void KXTempStream::init() {
   mTempStreamInfo.mReadBuffer = allocateOrRaise(kStagingSize);
   if (mMemSize > 0) {
     mTempStreamInfo.mMemBuffer = allocateOrRaise(mMemSize);
+    // The engine may raise the length past the bytes written (a completed read beyond the end);
+    // the memory part is then handed out as it stands, which must never be the allocator's
+    // leftovers.
+    kx_memset(mTempStreamInfo.mMemBuffer, 0, static_cast<size_t>(mMemSize));
     mTempStreamInfo.mMemBufferLen = mMemSize;
   }
   KXBasicGenericStream::init();

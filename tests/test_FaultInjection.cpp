@@ -1,0 +1,180 @@
+// Faults the system injects under a stream: a full device, a file size limit, too few
+// descriptors, a file cut short by someone else, a temporary file whose reads fail.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <functional>
+#include <string>
+
+#include "KXFileStream.h"
+#include "KXTempFile.h"
+#include "KXTempStream.h"
+#include "KXTestSupport.h"
+
+namespace {
+
+using namespace kxtest;
+
+template <class Exception, class Operation>
+Exception thrownBy(Operation operation) {
+  try {
+    operation();
+  } catch (const Exception& e) {
+    return e;
+  }
+  ADD_FAILURE() << "no exception of the expected class";
+  return Exception(-1);
+}
+
+// Runs body in a child process, whose process limits it may change freely; body returns the
+// child's exit status, 0 for success, a distinct number for each failed check.
+int inChild(const std::function<int()>& body) {
+  fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    int status = 99;
+    try {
+      status = body();
+    } catch (...) {
+    }
+    _exit(status);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+TEST(FaultInjection, AFullDeviceRefusesTheWriteNamesENOSPCAndKeepsTheStreamUsable) {
+  StreamPtr<KXFileStream> stream(new KXFileStream("/dev/full", "w", 0, KXFileStream::eOut, 0));
+  stream->init();
+  std::string bytes(100, 'x');
+  const auto refused = thrownBy<KXStreamException>(
+      [&] { stream->write(&bytes[0], static_cast<int>(bytes.size())); });
+  // The status stays the documented one; the system's reason travels in the message.
+  EXPECT_EQ(KX_FILESYSTEM_ERR, refused.GetCode());
+  EXPECT_NE(std::string::npos, std::string(refused.GetMessage()).find(std::to_string(ENOSPC)))
+      << refused.what();
+  EXPECT_NE(std::string::npos, std::string(refused.what()).find("No space left on device"));
+  EXPECT_EQ(0, stream->GetStreamPos());
+  EXPECT_EQ(0, stream->GetLength());
+}
+
+// The file part is refused by a file size limit (SIGXFSZ ignored, so the write fails with
+// EFBIG instead of killing the process): the failure reaches the caller and what the memory
+// part accepted reads back.
+TEST(FaultInjection, ARefusedSpillFailsTheWriteAndKeepsWhatWasAccepted) {
+  EXPECT_EQ(0, inChild([] {
+              signal(SIGXFSZ, SIG_IGN);
+              const rlimit small{100, 100};
+              if (setrlimit(RLIMIT_FSIZE, &small) != 0) return 1;
+              auto* stream = new KXTempStream(64);
+              stream->init();
+              std::string head = randomBytes(64, 1);
+              std::string tail = randomBytes(40000, 2);  // past stdio's buffer: written at once
+              stream->write(&head[0], 64);
+              try {
+                stream->write(&tail[0], static_cast<int>(tail.size()));
+                return 2;
+              } catch (const KXStreamException& e) {
+                if (e.GetCode() != EFBIG) return 3;
+              }
+              stream->reset();
+              if (readString(*stream, 64) != head) return 4;
+              stream->close();
+              return 0;
+            }));
+}
+
+TEST(FaultInjection, TooFewDescriptorsFailTheOpenWithEMFILENamingThePath) {
+  TempDir dir;
+  const std::string path = dir.writeFile("data", "0123456789");
+  EXPECT_EQ(0, inChild([&] {
+              const long before = openDescriptorCount();
+              // A new descriptor takes the lowest free number: a limit at that number is full.
+              const int lowestFree = ::open("/dev/null", O_RDONLY);
+              ::close(lowestFree);
+              const rlimit tight{static_cast<rlim_t>(lowestFree), 1024};
+              auto* stream = new KXFileStream(path.c_str(), "rb", 16384, KXFileStream::eIn, 0);
+              // The sanitizers need descriptors to check an exception's type the first time:
+              // the same failure runs once beforehand, with descriptors to spare.
+              auto* missing = new KXFileStream("/nonexistent/x", "rb", 16384, KXFileStream::eIn, 0);
+              try {
+                missing->init();
+              } catch (const KXFileSystemException&) {
+              }
+              missing->close();
+              if (setrlimit(RLIMIT_NOFILE, &tight) != 0) return 1;
+              try {
+                stream->init();
+                return 2;
+              } catch (const KXFileSystemException& e) {
+                if (e.GetCode() != EMFILE) return 3;
+                if (std::string(e.GetMessage()).find(path) == std::string::npos) return 4;
+              }
+              stream->close();
+              const rlimit wide{1024, 1024};
+              setrlimit(RLIMIT_NOFILE, &wide);
+              return openDescriptorCount() == before ? 0 : 5;
+            }));
+}
+
+// Someone cuts the file while it is read: the stream ends at the short read, without an
+// error. Strict validation then reports at close() that fewer bytes came than announced.
+TEST(FaultInjection, AFileCutShortWhileReadEndsTheStreamAtTheCut) {
+  TempDir dir;
+  const std::string content = randomBytes(100000, 3);
+  const std::string path = dir.writeFile("data", content);
+  for (KXBool strict : {KXBool(0), KXBool(1)}) {
+    SCOPED_TRACE(static_cast<int>(strict));
+    StrictModeScope scope(strict);
+    auto* stream = new KXFileStream(path.c_str(), "rb", 16384, KXFileStream::eIn, 0);
+    stream->init();
+    EXPECT_EQ(content.substr(0, 16384), readString(*stream, 16384));
+    ASSERT_EQ(0, truncate(path.c_str(), 20000));
+    EXPECT_EQ(content.substr(16384, 20000 - 16384), readString(*stream, 100000));
+    EXPECT_EQ(1, stream->isAtEOF());
+    EXPECT_EQ("", readString(*stream, 10));
+    if (strict != 0) {
+      const auto mismatch = thrownBy<KXStreamMismatchException>([&] { stream->close(); });
+      EXPECT_STREQ("CloseProc: mStreamLen", mismatch.GetMessage());
+      stream->SetWritable();  // nothing left to check: the descriptor went with the first close
+    }
+    stream->close();
+    ASSERT_EQ(0, truncate(path.c_str(), 100000));
+  }
+}
+
+// Reaches the temporary file underneath a temporary stream.
+class TempStreamWithFile : public KXTempStream {
+ public:
+  using KXTempStream::KXTempStream;
+  FILE* file() const { return mTempStreamInfo.mTempFile->getFile(); }
+};
+
+// The temporary file's descriptor is swapped for a write-only one: its reads then fail, and the
+// stream must tell that failure from a short read.
+TEST(FaultInjection, AFailingReadOfTheTemporaryFileReportsAFileSystemError) {
+  StreamPtr<TempStreamWithFile> stream(new TempStreamWithFile(16));
+  stream->init();
+  std::string bytes = randomBytes(1000, 4);
+  stream->write(&bytes[0], static_cast<int>(bytes.size()));
+  const int writeOnly = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+  ASSERT_GE(writeOnly, 0);
+  ASSERT_GE(dup2(writeOnly, fileno(stream->file())), 0);
+  ::close(writeOnly);
+  stream->reset();
+  EXPECT_EQ(bytes.substr(0, 16), readString(*stream, 16));  // the memory part is untouched
+  const auto failed = thrownBy<KXStreamException>([&] { readString(*stream, 100); });
+  EXPECT_EQ(KX_FILESYSTEM_ERR, failed.GetCode());
+  EXPECT_EQ(-1, stream->GetInfo()->mTransferLen);
+  EXPECT_EQ(16, stream->GetStreamPos());
+}
+
+}  // namespace

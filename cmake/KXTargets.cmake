@@ -12,6 +12,11 @@ endif()
 
 # The standard is named on every command line, so that tools with another default (clang-tidy)
 # read the sources as the compiler does.
+if(KX_TSAN)
+  target_compile_options(kx_build_flags INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
+  target_link_options(kx_build_flags INTERFACE -fsanitize=thread)
+endif()
+
 function(kx_set_common_properties target)
   set_target_properties(${target} PROPERTIES
     CXX_STANDARD 17

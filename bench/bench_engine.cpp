@@ -181,11 +181,5 @@ void registerAll() {
 
 int main(int argc, char** argv) {
   registerAll();
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-    return 1;
-  }
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
+  return kxbench::runBenchmarks(argc, argv, [] {});
 }

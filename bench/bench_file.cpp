@@ -284,12 +284,6 @@ void registerAll() {
 
 int main(int argc, char** argv) {
   registerAll();
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-    return 1;
-  }
-  kxbench::writeFile(files().input, static_cast<size_t>(kInputSize));
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
+  return kxbench::runBenchmarks(
+      argc, argv, [] { kxbench::writeFile(files().input, static_cast<size_t>(kInputSize)); });
 }

@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include <benchmark/benchmark.h>
+
 #include "KXStreams.h"
 
 namespace kxbench {
@@ -105,6 +107,20 @@ class StreamCloser {
  private:
   KXBasicGenericStream* mStream;
 };
+
+// Google Benchmark's own main, with the program's preparation (its input files) between reading
+// the command line and running.
+template <typename Prepare>
+int runBenchmarks(int argc, char** argv, Prepare prepare) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+    return 1;
+  }
+  prepare();
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}
 
 }  // namespace kxbench
 

@@ -124,17 +124,7 @@ void memoryStreamZeroCopy(benchmark::State& state) {
   for (auto _ : state) {
     StreamCloser stream(makeWithStrictness(true, inputOverRegion));
     stream->SetReadable();
-    for (;;) {
-      KXStreamInfo* info = stream->GetInfo();
-      info->mTransferLen = kChunk;
-      stream->prepareBuffer();
-      benchmark::DoNotOptimize(info->mBuffer);
-      const bool atEnd = info->mAtEOF != 0;
-      stream->complete();
-      if (atEnd) {
-        break;
-      }
-    }
+    kxbench::walkZeroCopy(*stream, kChunk);
   }
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * kRegionSize);
 }

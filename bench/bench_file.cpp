@@ -66,17 +66,7 @@ void streamPrepareComplete(benchmark::State& state) {
   const long size = state.range(0);
   for (auto _ : state) {
     StreamCloser stream(openInput(size));
-    KXStreamInfo* info = stream->GetInfo();
-    for (;;) {
-      info->mTransferLen = size;
-      stream->prepareBuffer();
-      benchmark::DoNotOptimize(info->mBuffer);
-      const bool atEnd = info->mAtEOF != 0;
-      stream->complete();
-      if (atEnd) {
-        break;
-      }
-    }
+    kxbench::walkZeroCopy(*stream, size);
   }
   countBytes(state, kInputSize);
 }

@@ -33,7 +33,7 @@ Member openMember(const std::string& name) {
     member.channel = std::make_unique<DescriptorChannel>(STDIN_FILENO);
     member.stream = openDescriptorInput(*member.channel);
   } else {
-    member.stream = openInputFile(name);
+    member.stream = openInputFile(name, kPipeBufferSize);
   }
   return member;
 }

@@ -146,10 +146,10 @@ bool moveBytes(const CopyRequest& request, KXBasicGenericStream& input,
 
 StreamHandle openSource(const CopyRequest& request) {
   if (request.start == 0 && request.length < 0) {
-    return openInputFile(request.source);
+    return openInputFile(request.source, kCopyBufferSize);
   }
   return openInputRange(request.source, static_cast<long>(request.start),
-                        static_cast<long>(request.length));
+                        static_cast<long>(request.length), kCopyBufferSize);
 }
 
 int copy(CopyRequest& request) {
@@ -168,7 +168,8 @@ int copy(CopyRequest& request) {
   StreamHandle output;
   if (!checkRange(request, source) ||
       !attempt(request.source, [&] { input = openSource(request); }) ||
-      !attempt(request.destination, [&] { output = openOutputFile(request.destination); })) {
+      !attempt(request.destination,
+               [&] { output = openOutputFile(request.destination, kCopyBufferSize); })) {
     return kExitInputFailed;
   }
   if (!destinationExisted) {

@@ -66,7 +66,7 @@ long writeDescriptor(KXStreamInfo* info) {
 DescriptorChannel::DescriptorChannel(int descriptor) : descriptor(descriptor) {}
 
 StreamHandle openDescriptorInput(DescriptorChannel& channel) {
-  channel.buffer.resize(kFileBufferSize);
+  channel.buffer.resize(kCachedBufferSize);
   return initialised(
       KXStreams::createCustomStream(readDescriptor, nullptr, nullptr, nullptr, nullptr, &channel));
 }

@@ -30,19 +30,19 @@ void finish(StreamHandle& stream) {
   }
 }
 
-StreamHandle openInputFile(const std::string& path) {
+StreamHandle openInputFile(const std::string& path, long bufferSize) {
   return initialised(
-      KXStreams::createFileStream(path.c_str(), "rb", kFileBufferSize, KXFileStream::eIn, 0));
+      KXStreams::createFileStream(path.c_str(), "rb", bufferSize, KXFileStream::eIn, 0));
 }
 
-StreamHandle openInputRange(const std::string& path, long start, long length) {
-  return initialised(KXStreams::createPartialFileStream(path.c_str(), "rb", kFileBufferSize,
+StreamHandle openInputRange(const std::string& path, long start, long length, long bufferSize) {
+  return initialised(KXStreams::createPartialFileStream(path.c_str(), "rb", bufferSize,
                                                         KXFileStream::eIn, start, length, -1));
 }
 
-StreamHandle openOutputFile(const std::string& path) {
+StreamHandle openOutputFile(const std::string& path, long bufferSize) {
   return initialised(
-      KXStreams::createFileStream(path.c_str(), "wb", kFileBufferSize, KXFileStream::eOut, 0));
+      KXStreams::createFileStream(path.c_str(), "wb", bufferSize, KXFileStream::eOut, 0));
 }
 
 }  // namespace kxstream

@@ -211,7 +211,7 @@ void tempStreamRoundTrip(benchmark::State& state) {
 
 // Written in 1 MiB chunks like the stream, read back in chunks of the given size.
 void plainTempFileRoundTrip(benchmark::State& state) {
-  const size_t readSize = static_cast<size_t>(state.range(0));
+  const auto readSize = static_cast<size_t>(state.range(0));
   std::vector<char> chunk = kxbench::patternedBytes(static_cast<size_t>(kMiB));
   std::string pattern = files().directory.file("plain.XXXXXX");
   for (auto _ : state) {

@@ -133,8 +133,13 @@ int runBenchmarks(int argc, char** argv, Prepare prepare) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
     return 1;
   }
-  prepare();
-  benchmark::RunSpecifiedBenchmarks();
+  try {
+    prepare();
+    benchmark::RunSpecifiedBenchmarks();
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "%s: %s\n", argv[0], failure.what());
+    return 1;
+  }
   benchmark::Shutdown();
   return 0;
 }

@@ -65,7 +65,9 @@ std::string driveEveryKind(const TempDir& dir, int index) {
   memIn->close();
   std::string failures;
   const auto check = [&](bool held, const char* what) {
-    if (!held) failures += std::string(what) + "; ";
+    if (!held) {
+      failures += std::string(what) + "; ";
+    }
   };
 
   const std::string path = dir.file("thread" + std::to_string(index));
@@ -142,6 +144,7 @@ TEST(Threads, StreamsOfEveryKindRunSideBySideWithTracingIntoOneSink) {
   std::vector<std::string> failures(kThreads);
   std::vector<std::vector<std::string>> uuids(kThreads);
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int index = 0; index < kThreads; ++index) {
     threads.emplace_back([&, index] {
       try {
@@ -149,15 +152,21 @@ TEST(Threads, StreamsOfEveryKindRunSideBySideWithTracingIntoOneSink) {
       } catch (const KXException& e) {
         failures[index] = e.what();
       }
-      for (int i = 0; i < 50; ++i) uuids[index].push_back(uuidText());
+      for (int i = 0; i < 50; ++i) {
+        uuids[index].push_back(uuidText());
+      }
     });
   }
-  for (std::thread& thread : threads) thread.join();
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
   for (int index = 0; index < kThreads; ++index) {
     EXPECT_EQ("", failures[index]) << "thread " << index;
   }
   std::set<std::string> distinct;
-  for (const auto& list : uuids) distinct.insert(list.begin(), list.end());
+  for (const auto& list : uuids) {
+    distinct.insert(list.begin(), list.end());
+  }
   EXPECT_EQ(static_cast<size_t>(kThreads * 50), distinct.size());
   EXPECT_GT(capture.count(3, "before prepare"), kThreads);
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -137,6 +138,17 @@ TEST(KXCustomStreamStatus, OnlyTheLowWordCountsAndNotSupportedIsForMarkersOnly) 
   EXPECT_THROW(stream->SetMark(), KXMarkRequiredException);
   EXPECT_EQ(KX_NOT_SUPPORTED_ERR, thrownBy<KXStreamException>([&] { stream->close(); }).GetCode());
   // The failed close left the stream alive; the guard closes it once the callback agrees.
+  source.status = 0;
+}
+
+// The system's reason is named only when the failing callback itself set errno.
+TEST(KXCustomStreamStatus, AFileSystemFailureNamesOnlyTheCallbacksOwnSystemError) {
+  Source source{"0123456789", KX_FILESYSTEM_ERR};
+  StreamPtr stream = openSource(source);
+  errno = ENOENT;
+  const auto unexplained = thrownBy<KXStreamException>([&] { readString(*stream, 4); });
+  EXPECT_EQ(KX_FILESYSTEM_ERR, unexplained.GetCode());
+  EXPECT_STREQ("", unexplained.GetMessage());
   source.status = 0;
 }
 

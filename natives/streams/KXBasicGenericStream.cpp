@@ -112,11 +112,21 @@ struct KXEngineSteps {
     KX_ASSERT_TEXT(stream.mInited == 1, "mInited == (KXBool)true");
   }
 
+  // Runs one transfer operation of the kind. errno is cleared first and read straight after, so
+  // that a failure names the kind's own system error, never an earlier call's or the tracer's.
+  static int callKind(KXBasicGenericStream& stream, int (KXBasicGenericStream::*operation)(),
+                      int& systemError) {
+    errno = 0;
+    const int status = (stream.*operation)();
+    systemError = errno;
+    return status;
+  }
+
   [[noreturn]] static void raiseCallbackFailure(const KXBasicGenericStream& stream,
-                                                const char* logFormat, int status) {
+                                                const char* logFormat, int status,
+                                                int systemError = 0) {
     // The status of a failed file call is fixed as KX_FILESYSTEM_ERR; the system's own reason
     // (ENOSPC on a full disk) is still worth naming, so it goes into the message.
-    const int systemError = errno;
     if (isTracing(stream)) {
       KXLogging::Log(1, kStreamLogComponent, logFormat, static_cast<long>(status));
     }
@@ -302,11 +312,13 @@ KXStreamInfo* KXBasicGenericStream::prepareBuffer() {
     }
     KXEngineSteps::traceRecord(*this, "before prepare %s");
     KXEngineSteps::snapshotIfChecking(*this);
-    const int status = _prepareBuffer();
+    int systemError = 0;
+    const int status =
+        KXEngineSteps::callKind(*this, &KXBasicGenericStream::_prepareBuffer, systemError);
     KXEngineSteps::traceRecordWithStatus(*this, "after prepare, status=%ld, %s", status);
     if (status != 0) {
       KXEngineSteps::raiseCallbackFailure(
-          *this, "KX_STREAM_ERR in prepareBuffer callback (status=%ld)", status);
+          *this, "KX_STREAM_ERR in prepareBuffer callback (status=%ld)", status, systemError);
     }
     KXEngineSteps::validateIfSnapshot(*this, ePrepareBufferProc);
     return &mStreamInfo;
@@ -318,11 +330,13 @@ KXStreamInfo* KXBasicGenericStream::complete() {
     KXEngineSteps::checkInited(*this);
     KXEngineSteps::traceRecord(*this, "before complete %s");
     KXEngineSteps::snapshotIfChecking(*this);
-    const int status = _complete();
+    int systemError = 0;
+    const int status =
+        KXEngineSteps::callKind(*this, &KXBasicGenericStream::_complete, systemError);
     KXEngineSteps::traceRecordWithStatus(*this, "after complete, status=%ld, %s", status);
     if (status != 0) {
       KXEngineSteps::raiseCallbackFailure(*this, "KX_STREAM_ERR in complete callback (status=%ld)",
-                                          status);
+                                          status, systemError);
     }
     KXEngineSteps::validateIfSnapshot(*this, eCompleteProc);
     if (mStreamInfo.mStreamLen >= 0 && mStreamInfo.mStreamLen <= mStreamInfo.mStreamPos) {

@@ -6,25 +6,31 @@ namespace kxstream {
 
 namespace {
 
-void deliver(KXBasicGenericStream& sink, char* bytes, int64_t count) {
+// Runs a step on the sink; its failure is the destination's, told apart from the source's.
+template <typename Step>
+void onSink(Step step) {
   try {
-    sink.prepareBuffer();
-    KXStreamInfo* target = sink.GetInfo();
-    target->mBuffer = bytes;
-    target->mTransferLen = count;
-    sink.complete();
+    step();
   } catch (const KXException& failure) {
     throw OutputFailure(reasonOf(failure));
   }
 }
 
+void deliver(KXBasicGenericStream& sink, char* bytes, int64_t count) {
+  onSink([&] {
+    sink.prepareBuffer();
+    KXStreamInfo* target = sink.GetInfo();
+    target->mBuffer = bytes;
+    target->mTransferLen = count;
+    sink.complete();
+  });
+}
+
 void prepareSink(KXBasicGenericStream& sink) {
-  try {
+  onSink([&] {
     sink.isWriteAllowed();
     sink.SetWritable();
-  } catch (const KXException& failure) {
-    throw OutputFailure(reasonOf(failure));
-  }
+  });
 }
 
 }  // namespace

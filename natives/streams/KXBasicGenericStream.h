@@ -194,9 +194,10 @@ class KX_EXPORT KXBasicGenericStream {
 
   /// Stores in @p id the MD5 digest (md5sum's text) of the bytes from the current position up
   /// to @p maxLength bytes or the end, and leaves the stream where it was; the mark is
-  /// replaced by that position. The stream must be in input mode (SetReadable()). A negative
-  /// @p maxLength digests at most 2147483647 bytes: pass the length for longer content.
-  /// Throws KXMarkRequiredException on a kind without markers, and as prepareBuffer().
+  /// replaced by that position. A negative @p maxLength digests at most 2147483647 bytes: pass
+  /// the length for longer content. The stream must be in input mode (SetReadable(); else
+  /// KXSDKInternalException). Throws KXMarkRequiredException on a kind without markers, and as
+  /// prepareBuffer().
   void calcID(KXObjectGuid& id, long maxLength);
   /// As calcID(), but the stream is left after the last byte digested (consumed) and the mark
   /// is untouched; works on kinds without markers. Returns the count digested. Throws

@@ -2,6 +2,7 @@
 # libraries and public headers are, and how their binary interface is written down. Sourced.
 
 kx_abi_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+kx_abi_sources=$(dirname "$kx_abi_dir")
 kx_abi_libraries=(KXUtils64 KXStreams64)
 
 kx_abi_require_tools() {
@@ -18,8 +19,9 @@ kx_abi_require_tools() {
 kx_abi_library() { echo "$1/lib/lib$2.so"; }
 
 # Writes the interface of library $2 of build $1 to file $3: public types only (those declared
-# in the installed headers), no paths, locations or machine-specific ids, so that the same
-# sources give the same file in any checkout.
+# in the installed headers), no locations, build paths or machine-specific ids, and source
+# files named from the top of the tree, so that the same sources give the same file in any
+# checkout and build directory.
 kx_abi_write() {
   local build=$1 library=$2 output=$3
   local file
@@ -28,6 +30,7 @@ kx_abi_write() {
   abidw --headers-dir "$build/include/kxstreams" --drop-private-types --drop-undefined-syms \
     --no-corpus-path --no-comp-dir-path --no-elf-needed --no-show-locs --type-id-style hash \
     --out-file "$output" "$file"
+  sed -i "s|path='$kx_abi_sources/|path='|" "$output"
 }
 
 # The committed baseline of library $1.

@@ -41,10 +41,9 @@ function(kx_configure_library target)
   endif()
   # The export list (abi/<target>.map) puts every exported symbol in the library's version node
   # and keeps everything else local, standard-library instantiations included. Debug
-  # information (it changes no code) lets abi/check.sh read the exported types' layout; its
-  # paths are relative to the source tree, so no checkout's location is recorded.
+  # information (it changes no code) lets abi/check.sh read the exported types' layout;
   # `cmake --install --strip` drops it.
-  target_compile_options(${target} PRIVATE -g "-fdebug-prefix-map=${PROJECT_SOURCE_DIR}/=")
+  target_compile_options(${target} PRIVATE -g)
   set(export_list ${PROJECT_SOURCE_DIR}/abi/${target}.map)
   target_link_options(${target} PRIVATE "LINKER:--version-script=${export_list}")
   set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${export_list})

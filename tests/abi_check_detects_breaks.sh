@@ -36,7 +36,7 @@ mkdir -p "$changed/include/kxstreams" "$changed/lib" "$work/objects"
 cp "$build"/include/kxstreams/*.h "$changed/include/kxstreams/"
 cp "$engine" "$cache" "$changed/include/kxstreams/"
 flags=(-std=c++17 -O0 -g -fPIC -fvisibility=hidden -fvisibility-inlines-hidden
-  "-fdebug-prefix-map=$work/=" -I "$work/natives/streams" -I "$work/natives/portability"
+  -I "$work/natives/streams" -I "$work/natives/portability"
   -I "$work/natives/utilities")
 export work
 printf '%s\n' "$work"/natives/streams/*.cpp "$work"/natives/portability/*.cpp |

@@ -1,8 +1,10 @@
+# shellcheck shell=bash
 # Shared by abi/check.sh, abi/update.sh and tests/abi_check_detects_breaks.sh: where a build's
 # libraries and public headers are, and how their binary interface is written down. Sourced.
 
 kx_abi_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 kx_abi_sources=$(dirname "$kx_abi_dir")
+# shellcheck disable=SC2034 # used by the scripts that source this file
 kx_abi_libraries=(KXUtils64 KXStreams64)
 
 kx_abi_require_tools() {

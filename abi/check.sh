@@ -5,6 +5,7 @@
 # against the next, so any difference fails; an intended one is recorded with abi/update.sh.
 #   abi/check.sh BUILD_DIR [LIBRARY...]     LIBRARY: KXUtils64, KXStreams64 (default: both)
 set -euo pipefail
+# shellcheck source=abi/abi.sh
 source "$(dirname "$0")/abi.sh"
 
 (($# >= 1)) || { echo "usage: $0 BUILD_DIR [LIBRARY...]" >&2; exit 2; }

@@ -3,6 +3,7 @@
 # (abi/lib*.abi), after an intended change; commit it with the reason in the message.
 #   abi/update.sh BUILD_DIR
 set -euo pipefail
+# shellcheck source=abi/abi.sh
 source "$(dirname "$0")/abi.sh"
 
 (($# == 1)) || { echo "usage: $0 BUILD_DIR" >&2; exit 2; }

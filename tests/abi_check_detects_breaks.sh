@@ -7,6 +7,7 @@
 #   tests/abi_check_detects_breaks.sh BUILD_DIR
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# shellcheck source=abi/abi.sh
 source abi/abi.sh
 
 (($# == 1)) || { echo "usage: $0 BUILD_DIR" >&2; exit 2; }
@@ -39,6 +40,8 @@ flags=(-std=c++17 -O0 -g -fPIC -fvisibility=hidden -fvisibility-inlines-hidden
   -I "$work/natives/streams" -I "$work/natives/portability"
   -I "$work/natives/utilities")
 export work
+# The inner script's $work and $@ are expanded by the inner shell, one source file at a time.
+# shellcheck disable=SC2016
 printf '%s\n' "$work"/natives/streams/*.cpp "$work"/natives/portability/*.cpp |
   xargs -P 2 -I {} sh -c 'c++ "$@" -c {} -o "$work/objects/$(basename {} .cpp).o"' sh "${flags[@]}"
 c++ -shared -o "$changed/lib/libKXStreams64.so" "$work"/objects/*.o \

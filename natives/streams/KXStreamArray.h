@@ -14,7 +14,8 @@
 ///
 /// SetMark() marks every member that can be marked and resetMark() returns each to its mark.
 /// SetMark(long) also ends in that return, so it moves the members back to their last marks,
-/// not to the offset: position an array with SetMark() and resetMark() (or reset()) only.
+/// not to the offset (and throws KXSDKInternalException before any SetMark()): position an
+/// array with SetMark() and resetMark() (or reset()) only.
 class KX_EXPORT KXStreamArray : public KXBasicGenericStream {
  public:
   /// The first @p count pointers of @p streams, copied. A negative count or a null member is

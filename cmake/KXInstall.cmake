@@ -1,6 +1,6 @@
-# cmake --install: headers under include/kxstreams/, versioned libraries, the tool, a
-# pkg-config file and a CMake package whose KXStreams::KXStreams brings the utilities library
-# and the include directory along.
+# cmake --install: headers under include/kxstreams/, versioned libraries, the tool and its
+# manual page, a pkg-config file and a CMake package whose KXStreams::KXStreams brings the
+# utilities library and the include directory along.
 
 include(CMakePackageConfigHelpers)
 
@@ -18,6 +18,7 @@ install(FILES ${KX_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kxstr
 if(TARGET kxstream)
   set_target_properties(kxstream PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   install(TARGETS kxstream RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(FILES tools/kxstream/kxstream.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endif()
 
 install(EXPORT KXStreamsTargets NAMESPACE KXStreams:: DESTINATION ${KX_PACKAGE_DIR})

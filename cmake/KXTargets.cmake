@@ -26,7 +26,8 @@ function(kx_set_common_properties target)
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 endfunction()
 
-# A shared library of the project: hidden symbols unless exported, no undefined symbols.
+# A shared library of the project: hidden symbols unless exported, every exported symbol
+# versioned, no undefined symbols.
 function(kx_configure_library target)
   set_target_properties(${target} PROPERTIES
     CXX_EXTENSIONS OFF
@@ -38,6 +39,14 @@ function(kx_configure_library target)
   if(NOT KX_SANITIZE)
     target_link_options(${target} PRIVATE -Wl,--no-undefined)
   endif()
+  # The export list (abi/<target>.map) puts every exported symbol in the library's version node
+  # and keeps everything else local, standard-library instantiations included. Debug
+  # information (it changes no code) lets abi/check.sh read the exported types' layout;
+  # `cmake --install --strip` drops it.
+  target_compile_options(${target} PRIVATE -g)
+  set(export_list ${PROJECT_SOURCE_DIR}/abi/${target}.map)
+  target_link_options(${target} PRIVATE "LINKER:--version-script=${export_list}")
+  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${export_list})
   kx_set_common_properties(${target})
 endfunction()
 

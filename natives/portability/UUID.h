@@ -1,6 +1,9 @@
 #ifndef KX_UUID_H
 #define KX_UUID_H
 
+/// @file
+/// Time-based UUIDs (RFC 4122 version 1) and their text form; plain C functions.
+
 // Time-based UUIDs (RFC 4122 version 1). No state file and no hardware address: the node is a
 // hash of the time of day and the host name, with the multicast bit set so that it can never
 // clash with a real network address, and the clock sequence is drawn afresh for every UUID.
@@ -11,32 +14,37 @@
 
 #include "KXExport.h"
 
-// Integer fields are in host byte order; only the text form is byte-order independent.
+/// A UUID as its RFC 4122 fields, 16 bytes. Integer fields are in host byte order; only the
+/// text form is byte-order independent.
 typedef struct {
-  uint32_t time_low;
-  uint16_t time_mid;
-  uint16_t time_hi_and_version;
-  uint8_t clock_seq_hi_and_reserved;
-  uint8_t clock_seq_low;
-  uint8_t node[6];
+  uint32_t time_low;                  ///< Low 32 bits of the time stamp.
+  uint16_t time_mid;                  ///< Middle 16 bits of the time stamp.
+  uint16_t time_hi_and_version;       ///< High 12 bits of the time stamp, version 1 on top.
+  uint8_t clock_seq_hi_and_reserved;  ///< High bits of the clock sequence, variant 10 on top.
+  uint8_t clock_seq_low;              ///< Low 8 bits of the clock sequence.
+  uint8_t node[6];                    ///< The node (not a hardware address).
 } kx_uuid_t;
 
 static_assert(sizeof(kx_uuid_t) == 16, "kx_uuid_t is part of the binary interface");
 
 extern "C" {
 
-// Fills the record and returns 1; returns 0 with errno EINVAL for a null record.
+/// Fills @p uuid with a new UUID and returns 1; returns 0 with errno EINVAL for a null record.
 KX_EXPORT int native_uuid_create(kx_uuid_t* uuid);
-// Stores in *text a new string of 36 lower-case hexadecimal digits in groups 8-4-4-4-12 and
-// returns its length. When the string cannot be allocated, or the record is null, stores a
-// null pointer and returns 0. Release the string with native_uuid_string_free.
+/// Stores in *@p text a new string of 36 lower-case hexadecimal digits in groups 8-4-4-4-12
+/// and returns its length. When the string cannot be allocated, or the record is null, stores
+/// a null pointer and returns 0. Release the string with native_uuid_string_free.
 KX_EXPORT int native_uuid_to_string(const kx_uuid_t* uuid, char** text);
-// Frees *text and sets it to null, so a second call frees nothing. Returns 0.
+/// Frees *@p text and sets it to null, so a second call frees nothing. Returns 0.
 KX_EXPORT int native_uuid_string_free(char** text);
 
 // The same operations under the portability layer's prefix.
+/// native_uuid_create() under the portability layer's prefix.
 KX_EXPORT int kx_uuid_create(kx_uuid_t* uuid);
+/// native_uuid_to_string() under the portability layer's prefix; release with
+/// kx_uuid_string_free.
 KX_EXPORT int kx_uuid_to_string(const kx_uuid_t* uuid, char** text);
+/// native_uuid_string_free() under the portability layer's prefix.
 KX_EXPORT int kx_uuid_string_free(char** text);
 }
 

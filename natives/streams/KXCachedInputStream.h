@@ -1,30 +1,43 @@
 #ifndef KX_CACHED_INPUT_STREAM_H
 #define KX_CACHED_INPUT_STREAM_H
 
+/// @file
+/// KXCachedInputStream, a cache in front of another input stream.
+
 #include "KXBasicGenericStream.h"
 #include "KXExport.h"
 
-// A cache in front of another input stream: the wrapped stream is read in cache-sized portions
-// through its own engine operations, the consumer gets pointers into the cache, and marks are
-// offsets in the cache, so returning to a mark never asks the wrapped stream to rewind. The
-// wrapped stream stays the caller's: initialised before this one, closed after it.
+/// A cache in front of another input stream: the wrapped stream is read in cache-sized portions
+/// through its own engine operations, the consumer gets pointers into the cache, and marks are
+/// offsets in the cache, so returning to a mark never asks the wrapped stream to rewind. The
+/// wrapped stream stays the caller's: initialised before this one, closed after it.
+///
+/// A request is never served across a refill: when it does not fit in what the cache still
+/// holds, the rest of the cache comes back and the stream reports its end there. Ask in counts
+/// that divide the cache size; calcID() (which asks for everything) digests only one cache, so
+/// digest the wrapped stream instead. A mark holds only while its bytes are in the cache.
 class KX_EXPORT KXCachedInputStream : public KXBasicGenericStream {
  public:
+  /// The cache and its offsets; the record's mUserData points here.
   struct KXCacheInfo {
-    char* mCache;
-    long mCacheSize;
-    long mCacheLen;
-    long mCacheReadPos;
-    long mCacheMarkPos;
+    char* mCache;        ///< The cache, owned; allocated by init(), freed by close().
+    long mCacheSize;     ///< Its size in bytes, a multiple of 16384 after init().
+    long mCacheLen;      ///< Bytes it holds.
+    long mCacheReadPos;  ///< Offset of the next byte to hand out.
+    long mCacheMarkPos;  ///< Offset of the mark.
   };
 
-  // Throws KXWrongStreamException when the stream is not an input stream.
+  /// Wraps @p stream (borrowed, an input stream still at position 0) with a cache of
+  /// @p cacheSize bytes. Throws KXWrongStreamException when @p stream is not in input mode.
   KXCachedInputStream(KXBasicGenericStream* stream, long cacheSize);
 
+  /// Takes the wrapped stream's length (initialise that stream first) and allocates the cache;
+  /// throws KXOutOfMemException (code 12) when it cannot.
   void init() override;
-  // Rounds the cache size up to a whole multiple of 16384.
+  /// Rounds the cache size up to a whole multiple of 16384.
   void optimizeCacheSize();
-  // Replaces the cache's content with the wrapped stream's next bytes.
+  /// Replaces the cache's content with the wrapped stream's next bytes (dropping the mark's
+  /// bytes); throws what the wrapped stream's operations throw.
   void fillInternalCache();
 
  protected:
@@ -38,9 +51,9 @@ class KX_EXPORT KXCachedInputStream : public KXBasicGenericStream {
   ~KXCachedInputStream() override;
 
  protected:
-  KXCacheInfo mCacheInfo{};
-  KXBasicGenericStream* mInputStream;
-  KXStreamInfo* mInputInfo;
+  KXCacheInfo mCacheInfo{};            ///< The cache (mUserData).
+  KXBasicGenericStream* mInputStream;  ///< The wrapped stream, borrowed.
+  KXStreamInfo* mInputInfo;            ///< The wrapped stream's record.
 
  private:
   void traceRecord(const char* format);

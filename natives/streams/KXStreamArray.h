@@ -1,19 +1,29 @@
 #ifndef KX_STREAM_ARRAY_H
 #define KX_STREAM_ARRAY_H
 
+/// @file
+/// KXStreamArray, several input streams read as one.
+
 #include "KXBasicGenericStream.h"
 #include "KXExport.h"
 
-// Several input streams read one after the other as one. The members stay the caller's: the
-// array never initialises, closes or deletes them, and reaches them only through their public
-// engine operations, so any kind (an array included) can be a member.
+/// Several input streams read one after the other as one. The members stay the caller's: the
+/// array never initialises, closes or deletes them, and reaches them only through their public
+/// engine operations, so any kind (an array included) can be a member. Initialise the members
+/// before reading; close them after closing the array.
+///
+/// SetMark() marks every member that can be marked and resetMark() returns each to its mark.
+/// SetMark(long) also ends in that return, so it moves the members back to their last marks,
+/// not to the offset (and throws KXSDKInternalException before any SetMark()): position an
+/// array with SetMark() and resetMark() (or reset()) only.
 class KX_EXPORT KXStreamArray : public KXBasicGenericStream {
  public:
-  // The first count pointers of streams, copied. A negative count or a null member is refused
-  // with KXParameterException.
+  /// The first @p count pointers of @p streams, copied. A negative count or a null member is
+  /// refused with KXParameterException.
   KXStreamArray(int count, KXBasicGenericStream** streams);
+  /// @p first, then @p second; a null member is refused with KXParameterException.
   KXStreamArray(KXBasicGenericStream* first, KXBasicGenericStream* second);
-  // count further arguments, each a KXBasicGenericStream*.
+  /// @p count further arguments, each a KXBasicGenericStream*; refused as the list form.
   KXStreamArray(int count, ...);
 
  protected:
@@ -23,13 +33,17 @@ class KX_EXPORT KXStreamArray : public KXBasicGenericStream {
   int _resetMarker() override;
 
  public:
-  // Frees the list of members; the members themselves are left as they are.
+  /// Frees the list of members; the members themselves are left as they are.
   ~KXStreamArray() override;
 
  protected:
+  /// The members, in reading order; the list is owned, the members are not.
   KXBasicGenericStream** mStreams = nullptr;
+  /// Index of the member being read.
   int mCurrentStream = 0;
+  /// Number of members.
   int mStreamCount;
+  /// Index of the member that held the mark; -1: none.
   int mMarkedStream = -1;
 
  private:

@@ -1,31 +1,38 @@
 #ifndef KX_TEMP_STREAM_H
 #define KX_TEMP_STREAM_H
 
+/// @file
+/// KXTempStream, scratch storage in memory that spills into a temporary file.
+
 #include "KXBasicGenericStream.h"
 #include "KXExport.h"
 
 class KXTempFile;
 
-// Scratch storage written first and read back later, for content of unknown size. The first
-// bytes stay in memory; the rest spills into a temporary file created only when the memory part
-// overflows. Reading hands out the memory part in place and the file part through a 16 KiB
-// staging buffer. Marks return to any position, which is how a client turns from writing to
-// reading. Never validated strictly and never traced.
+/// Scratch storage written first and read back later, for content of unknown size. The first
+/// bytes stay in memory; the rest spills into a temporary file created only when the memory part
+/// overflows. Reading hands out the memory part in place and the file part through a 16 KiB
+/// staging buffer. Marks return to any position, which is how a client turns from writing to
+/// reading (reset(), then SetReadable()). Never validated strictly and never traced. A failed
+/// spill (disk full) is a KXStreamException from write() with the errno.
 class KX_EXPORT KXTempStream : public KXBasicGenericStream {
  public:
+  /// The memory part, the staging buffer and the file; the record's mUserData points here.
   struct KXTempStreamInfo {
-    char* mMemBuffer;
-    int mMemBufferLen;
-    char* mReadBuffer;
-    int mReadBufferLen;
-    KXTempFile* mTempFile;
+    char* mMemBuffer;       ///< The memory part, owned.
+    int mMemBufferLen;      ///< Its size in bytes.
+    char* mReadBuffer;      ///< The staging buffer for the file part, owned.
+    int mReadBufferLen;     ///< Its size in bytes.
+    KXTempFile* mTempFile;  ///< The temporary file, owned; null until the first spill.
   };
 
-  // memSize: bytes kept in memory before spilling; init() refuses a negative value.
+  /// @p memSize: bytes kept in memory before spilling; init() refuses a negative value.
   explicit KXTempStream(int memSize);
 
+  /// Allocates the memory part and the staging buffer. Throws KXParameterException for a
+  /// negative size, KXOutOfMemException (code 12) when memory cannot be had.
   void init() override;
-  // Replaces the temporary file with a new one; 0, or the errno that prevented it.
+  /// Replaces the temporary file with a new one; 0, or the errno that prevented it.
   int tempCreate();
 
  protected:
@@ -36,11 +43,13 @@ class KX_EXPORT KXTempStream : public KXBasicGenericStream {
   int _close() override;
 
  public:
-  // Releases only what close() did not (a stream deleted without being closed).
+  /// Releases only what close() did not (a stream deleted without being closed).
   ~KXTempStream() override;
 
  protected:
+  /// The storage (mUserData).
   KXTempStreamInfo mTempStreamInfo;
+  /// Bytes kept in memory, as given to the constructor.
   int mMemSize;
 
  private:

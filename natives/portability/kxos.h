@@ -50,6 +50,9 @@ KX_EXPORT int64_t kx_lseek(int descriptor, int64_t offset, int whence);
 KX_EXPORT int kx_ftruncate(int descriptor, int64_t length);
 KX_EXPORT int kx_close(int descriptor);
 KX_EXPORT int kx_stat(const char* path, struct stat64* record);
+KX_EXPORT int kx_fstat(int descriptor, struct stat64* record);
+// The file-system type (statfs's f_type) of the file open on the descriptor, or -1 with errno.
+KX_EXPORT int64_t kx_fstatfs_type(int descriptor);
 
 // Standard I/O streams.
 KX_EXPORT FILE* kx_fopen(const char* path, const char* mode);

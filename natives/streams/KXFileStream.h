@@ -10,6 +10,12 @@
 // A stream over an operating-system file descriptor: a whole file or a byte range of one, read,
 // written or both, or the process's standard output or standard error. Nothing is opened before
 // init(); close() releases the descriptor, the buffer and the reading half.
+//
+// Its view of a file is the size stat reports and a descriptor that can seek, so it is right
+// only for regular files whose size is what reading them yields. Use KXDescriptorStream
+// instead for pipes, FIFOs, sockets, terminals, character devices (/dev/zero, /dev/stdin),
+// files on proc- or sysfs-like file systems (/proc, /sys: their sizes are made up), and for a
+// descriptor the client already holds.
 class KX_EXPORT KXFileStream : public KXBasicGenericStream {
  public:
   enum EIoFlag : int { eIn = 0, eOut = 1, eInOut = 2, eStdout = 3, eStderr = 4 };

@@ -4,6 +4,7 @@
 #include "KXBasicGenericStream.h"
 #include "KXCachedInputStream.h"
 #include "KXCustomStream.h"
+#include "KXDescriptorStream.h"
 #include "KXExport.h"
 #include "KXFileStream.h"
 #include "KXMemStream.h"
@@ -39,6 +40,14 @@ class KX_EXPORT KXStreams {
                                                long maxLength);
   static KXFileStream* createFileStream(const char* path, const char* perm, long bufferSize,
                                         KXFileStream::EIoFlag mode, KXBool flag);
+  // A stream over a descriptor the client holds (closed by the stream only when owned is 1),
+  // or over a path the stream opens and owns; see KXDescriptorStream.
+  static KXDescriptorStream* createDescriptorStream(int descriptor,
+                                                    KXDescriptorStream::EIoFlag mode,
+                                                    long bufferSize, KXBool owned);
+  static KXDescriptorStream* createDescriptorStream(const char* path,
+                                                    KXDescriptorStream::EIoFlag mode,
+                                                    long bufferSize);
   static KXMemStream* createMemStream(char* buffer, unsigned long length,
                                       KXMemStream::EIoFlag mode);
   static KXCustomStream* createCustomStream(KXStreamProc prepareBuffer, KXStreamProc complete,

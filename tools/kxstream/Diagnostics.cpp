@@ -4,11 +4,16 @@
 #include <cstdio>
 #include <cstring>
 
+#include "Quoting.h"
+
 namespace kxstream {
 
 std::string reasonOf(const KXException& failure) {
   if (failure.GetCode() > 0) {
     return std::strerror(failure.GetCode());
+  }
+  if (dynamic_cast<const KXStreamMismatchException*>(&failure) != nullptr) {
+    return "file changed as we read it";
   }
   if (*failure.GetMessage() != '\0') {
     return failure.GetMessage();
@@ -16,9 +21,13 @@ std::string reasonOf(const KXException& failure) {
   return failure.what();
 }
 
-void reportFailure(const std::string& name, const std::string& reason) {
+void reportError(const std::string& message) {
   std::fflush(stdout);
-  std::fprintf(stderr, "kxstream: %s: %s\n", name.c_str(), reason.c_str());
+  std::fprintf(stderr, "kxstream: %s\n", message.c_str());
+}
+
+void reportFailure(const std::string& name, const std::string& reason) {
+  reportError(quoteName(name) + ": " + reason);
 }
 
 void reportFailure(const std::string& name, const KXException& failure) {
@@ -28,7 +37,8 @@ void reportFailure(const std::string& name, const KXException& failure) {
 int finishStandardOutput(int exitCode) {
   errno = 0;
   if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-    reportFailure("write error", errno != 0 ? std::strerror(errno) : "standard output failed");
+    reportError(std::string("write error: ") +
+                (errno != 0 ? std::strerror(errno) : "standard output failed"));
     return kExitInputFailed;
   }
   return exitCode;

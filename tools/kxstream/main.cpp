@@ -10,6 +10,7 @@
 #include "Arguments.h"
 #include "Commands.h"
 #include "Diagnostics.h"
+#include "StandardDescriptors.h"
 
 namespace {
 
@@ -109,6 +110,7 @@ int runCommand(const Command& command, const std::vector<std::string>& words) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  kxstream::guardStandardDescriptors();
   if (argc < 2) {
     return usageError("missing command", nullptr);
   }

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -68,6 +69,9 @@ int runCat(const Arguments& arguments) {
       allCopied = copyInput(name, *output, outputStatus) && allCopied;
     }
     finish(output);
+    if (std::count(names.begin(), names.end(), NamedInput::kStandardInput) != 0) {
+      allCopied = closeStandardInput("closing standard input") && allCopied;
+    }
   } catch (const OutputFailure& failure) {
     reportError("write error: " + failure.reason());
     return kExitInputFailed;

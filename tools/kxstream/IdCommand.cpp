@@ -180,6 +180,10 @@ int runId(const Arguments& arguments) {
     ParallelDigests digests(names, workers);
     allSucceeded = digests.publishInOrder();
   }
+  if (std::count(names.begin(), names.end(), NamedInput::kStandardInput) != 0) {
+    // md5sum's last word when it read a standard input that was never there.
+    allSucceeded = closeStandardInput("standard input") && allSucceeded;
+  }
   return finishStandardOutput(allSucceeded ? kExitSuccess : kExitInputFailed);
 }
 

@@ -8,6 +8,7 @@
 #include <climits>
 #include <cstring>
 
+#include "Diagnostics.h"
 #include "StandardDescriptors.h"
 
 namespace kxstream {
@@ -139,6 +140,14 @@ void NamedInput::passOver(int64_t count) {
     }
     mStream->complete();
   }
+}
+
+bool closeStandardInput(const std::string& label) {
+  if (!wasClosedAtStart(STDIN_FILENO)) {
+    return true;
+  }
+  reportError(label + ": " + std::strerror(EBADF));
+  return false;
 }
 
 std::string digestToEnd(KXBasicGenericStream& stream) {

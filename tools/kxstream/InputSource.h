@@ -77,6 +77,10 @@ class NamedInput {
   int64_t mStartOffset = 0;
 };
 
+// After reading "-": a standard input the tool was started without is reported as coreutils
+// reports closing it ("LABEL: Bad file descriptor"); returns false then.
+bool closeStandardInput(const std::string& label);
+
 // The MD5 of every byte the stream gives from where it stands to its end, at any size, as
 // md5sum prints it.
 std::string digestToEnd(KXBasicGenericStream& stream);

@@ -92,6 +92,18 @@ TEST(KXDescriptorStream, RegularFileHasItsLengthFromTheCurrentOffsetAndMarks) {
   EXPECT_EQ(-1, fcntl(descriptor, F_GETFD)) << "an owned descriptor stayed open";
 }
 
+TEST(KXDescriptorStream, AFileFollowedInItsGrowthIsReadToTheEndItHasWhenReached) {
+  TempDir dir;
+  const std::string path = dir.writeFile("growing", "first ");
+  auto* created = KXStreams::createDescriptorStream(path.c_str(), KXDescriptorStream::eIn, 1);
+  created->setFollowsGrowth(1);
+  StreamPtr<KXDescriptorStream> stream(created);
+  stream->init();
+  EXPECT_EQ(-1, stream->GetLength());
+  std::ofstream(path, std::ios::app) << "and more";
+  EXPECT_EQ("first and more", drain(*stream));
+}
+
 TEST(KXDescriptorStream, PseudoFilesHaveUnknownLengthButTheirWholeContent) {
   for (const char* path : {"/proc/version", "/proc/sys/kernel/ostype"}) {
     if (access(path, R_OK) != 0) {

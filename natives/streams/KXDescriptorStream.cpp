@@ -100,7 +100,7 @@ void KXDescriptorStream::measure() {
   const int64_t offset = kx_lseek(mDescriptorInfo.mDescriptor, 0, SEEK_CUR);
   mDescriptorInfo.mSeekable = offset >= 0 ? 1 : 0;
   mDescriptorInfo.mStartOffset = std::max<int64_t>(offset, 0);
-  if (mIoFlag == eIn) {
+  if (mIoFlag == eIn && mFollowsGrowth == 0) {
     const int64_t length = trustedLength(mDescriptorInfo.mDescriptor);
     mStreamInfo.mStreamLen =
         length < 0 ? -1 : std::max<int64_t>(0, length - mDescriptorInfo.mStartOffset);

@@ -46,6 +46,11 @@ class KX_EXPORT KXDescriptorStream : public KXBasicGenericStream {
   // its owner closes it.
   void init() override;
 
+  // Called before init(): an input then reads a regular file to the end it has when reading
+  // reaches it, not to its size at init(), as cat does with a file that is still growing; its
+  // length stays -1.
+  void setFollowsGrowth(KXBool follows) { mFollowsGrowth = follows != 0 ? 1 : 0; }
+
   // The size of the regular file open on the descriptor when reading it yields that size, or
   // -1: not a regular file, or one on a file system whose sizes are made up (proc, sysfs,
   // debugfs, tracefs, securityfs, configfs, cgroup), or fstat failed.
@@ -70,6 +75,7 @@ class KX_EXPORT KXDescriptorStream : public KXBasicGenericStream {
   KXDescriptorInfo mDescriptorInfo{};
   char* mReadBuffer = nullptr;
   char* mPath = nullptr;
+  KXBool mFollowsGrowth = 0;
 
  private:
   void openPath();

@@ -233,6 +233,9 @@ class Copier {
     for (const Extent& extent : extents) {
       copyExtent(extent, start);
     }
+    if (mRequest.progress) {
+      mMeter.update(end - start);
+    }
     // A source that ends in a hole still has its length.
     const int destination =
         static_cast<const KXFileStream::KXFileInfo*>(mOutput.GetInfo()->mUserData)->mFileDesc;

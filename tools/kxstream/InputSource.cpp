@@ -61,9 +61,9 @@ NamedInput::NamedInput(const std::string& name, const InputOptions& options) {
   }
 }
 
-NamedInput::~NamedInput() {
-  if (mProbe >= 0) {
-    close(mProbe);
+OwnedDescriptor::~OwnedDescriptor() {
+  if (mDescriptor >= 0) {
+    close(mDescriptor);
   }
 }
 
@@ -85,14 +85,16 @@ void NamedInput::openNamed(const std::string& name, const InputOptions& options)
   mStatus = inspect(descriptor);
   const int64_t size = KXDescriptorStream::trustedLength(descriptor);
   if (options.toItsEnd || size < 0) {
-    mStream = initialised(KXStreams::createDescriptorStream(descriptor, KXDescriptorStream::eIn,
-                                                            options.bufferSize, 1));
+    KXDescriptorStream* created = KXStreams::createDescriptorStream(
+        descriptor, KXDescriptorStream::eIn, options.bufferSize, 1);
+    created->setFollowsGrowth(options.toItsEnd ? 1 : 0);
+    mStream = initialised(created);
     passOver(options.start);
     mLimit = options.length;
     return;
   }
   // The file stream opens the name itself; this descriptor stays as the probe.
-  mProbe = descriptor;
+  mProbe.adopt(descriptor);
   const int64_t start = std::min(options.start, size);
   mStartOffset = start;
   const int64_t length = options.length < 0 ? size - start : std::min(options.length, size - start);
@@ -106,7 +108,7 @@ void NamedInput::openNamed(const std::string& name, const InputOptions& options)
 }
 
 int NamedInput::descriptor() {
-  if (mProbe >= 0) {
+  if (mProbe.get() >= 0) {
     return static_cast<const KXFileStream::KXFileInfo*>(mStream->GetInfo()->mUserData)->mFileDesc;
   }
   return descriptorInfo(*mStream).mDescriptor;

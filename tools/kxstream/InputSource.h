@@ -31,9 +31,23 @@ class InputError {
 
 struct InputOptions {
   long bufferSize = kCachedBufferSize;
-  bool toItsEnd = false;  // always the descriptor stream: read until the system says end
+  bool toItsEnd = false;  // the descriptor stream, to the end the file has when read there
   int64_t start = 0;      // bytes to pass over first (fewer when the input is shorter)
   int64_t length = -1;    // at most this many bytes after start; -1: to the end
+};
+
+// A descriptor closed with its owner, also when the owner's constructor throws.
+class OwnedDescriptor {
+ public:
+  OwnedDescriptor() = default;
+  ~OwnedDescriptor();
+  OwnedDescriptor(const OwnedDescriptor&) = delete;
+  OwnedDescriptor& operator=(const OwnedDescriptor&) = delete;
+  void adopt(int descriptor) { mDescriptor = descriptor; }
+  int get() const { return mDescriptor; }
+
+ private:
+  int mDescriptor = -1;
 };
 
 class NamedInput {
@@ -43,7 +57,7 @@ class NamedInput {
   // Opens name for reading ("-": standard input) and places it at options.start. Throws
   // InputError when it cannot be opened, KXException when the stream refuses it.
   NamedInput(const std::string& name, const InputOptions& options);
-  ~NamedInput();
+  ~NamedInput() = default;
   NamedInput(const NamedInput&) = delete;
   NamedInput& operator=(const NamedInput&) = delete;
 
@@ -51,7 +65,7 @@ class NamedInput {
   // The opened file's identity and kind, from its descriptor.
   const struct stat& status() const { return mStatus; }
   // The file stream serves it: its size is known and true.
-  bool sizeTrusted() const { return mProbe >= 0; }
+  bool sizeTrusted() const { return mProbe.get() >= 0; }
   // The file offset of the stream's first byte, for a file the file stream serves.
   int64_t startOffset() const { return mStartOffset; }
   // The descriptor the stream reads, for questions about it (its offset, its identity).
@@ -61,7 +75,7 @@ class NamedInput {
   // The most bytes a consumer may take (-1: all), for inputs whose range the stream ignores.
   int64_t limit() const { return mLimit; }
   // A descriptor of the same file, for questions that must not move the stream (holes).
-  int probe() const { return mProbe; }
+  int probe() const { return mProbe.get(); }
   // Closes the stream, reporting a failure to close.
   void finish() { kxstream::finish(mStream); }
 
@@ -72,7 +86,7 @@ class NamedInput {
 
   StreamHandle mStream;
   struct stat mStatus {};
-  int mProbe = -1;
+  OwnedDescriptor mProbe;
   int64_t mLimit = -1;
   int64_t mStartOffset = 0;
 };

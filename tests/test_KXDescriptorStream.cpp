@@ -7,11 +7,11 @@
 
 #include <csignal>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 
 #include "KXObjectGuid.h"
+#include "KXShell.h"
 #include "KXStreams.h"
 #include "KXTestSupport.h"
 
@@ -53,13 +53,6 @@ std::string drain(KXBasicGenericStream& stream) {
   return all;
 }
 
-std::string contentOf(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
-  return bytes.str();
-}
-
 TEST(KXDescriptorStream, ReadsAPipeToItsEndWithUnknownLengthAndNoMarks) {
   Pipe channel;
   const std::string content = randomBytes(100000, 3);
@@ -87,7 +80,7 @@ TEST(KXDescriptorStream, RegularFileHasItsLengthFromTheCurrentOffsetAndMarks) {
   KXObjectGuid id;
   stream->calcID(id, -1);
   EXPECT_EQ(0, stream->GetStreamPos());
-  EXPECT_TRUE(contentOf(path).substr(100) == drain(*stream));
+  EXPECT_TRUE(slurp(path).substr(100) == drain(*stream));
   stream.reset();
   EXPECT_EQ(-1, fcntl(descriptor, F_GETFD)) << "an owned descriptor stayed open";
 }
@@ -115,7 +108,7 @@ TEST(KXDescriptorStream, PseudoFilesHaveUnknownLengthButTheirWholeContent) {
     EXPECT_EQ(-1, stream->GetLength()) << path;
     const std::string content = drain(*stream);
     EXPECT_FALSE(content.empty()) << path;
-    EXPECT_EQ(contentOf(path), content) << path;
+    EXPECT_EQ(slurp(path), content) << path;
   }
 }
 
@@ -131,7 +124,7 @@ TEST(KXDescriptorStream, WritesEveryByteAndCreatesANamedFile) {
   EXPECT_EQ(-1, stream->GetLength());
   EXPECT_THROW(stream->read(nullptr, 0), KXParameterException);
   stream.reset();
-  EXPECT_TRUE(content == contentOf(path));
+  EXPECT_TRUE(content == slurp(path));
 }
 
 TEST(KXDescriptorStream, OpeningFailuresNameTheSystemReason) {

@@ -9,6 +9,7 @@
 #include "KXException.h"
 #include "KXRaise.h"
 #include "KXStreamStatus.h"
+#include "KXSystemCalls.h"
 #include "kxos.h"
 
 namespace {
@@ -154,11 +155,7 @@ int KXDescriptorStream::readSome() {
     record.mTransferLen = 0;
     return 0;
   }
-  ssize_t count = 0;
-  do {
-    errno = 0;
-    count = kx_read(mDescriptorInfo.mDescriptor, mReadBuffer, static_cast<size_t>(wanted));
-  } while (count < 0 && errno == EINTR);
+  const ssize_t count = readRetryingInterrupts(mDescriptorInfo.mDescriptor, mReadBuffer, wanted);
   if (count < 0) {
     record.mTransferLen = 0;
     return systemFailureStatus();
@@ -183,23 +180,14 @@ int KXDescriptorStream::writeAll() {
     record.mTransferLen = -1;
     return KX_PARAM_ERR;
   }
-  int64_t done = 0;
-  while (done < total) {
-    errno = 0;
-    const ssize_t count = kx_write(mDescriptorInfo.mDescriptor, record.mBuffer + done,
-                                   static_cast<size_t>(total - done));
-    if (count < 0 && errno == EINTR) {
-      continue;
-    }
-    if (count <= 0) {
-      // What went out before the failure counts, so the position still tells the truth.
-      record.mStreamPos += done;
-      record.mTransferLen = -1;
-      return count < 0 ? systemFailureStatus() : KX_FILESYSTEM_ERR;
-    }
-    done += count;
-  }
+  errno = 0;
+  const int64_t done = writeFully(mDescriptorInfo.mDescriptor, record.mBuffer, total);
+  // What went out before a failure counts, so the position still tells the truth.
   record.mStreamPos += done;
+  if (done < total) {
+    record.mTransferLen = -1;
+    return systemFailureStatus();
+  }
   record.mTransferLen = done;
   return 0;
 }

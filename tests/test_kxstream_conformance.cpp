@@ -186,6 +186,7 @@ TEST(KxstreamConformance, CopyBehavesAsCpAndDd) {
       {"$K copy gone out", "cp gone out"},
       {"mkdir d && $K copy d out", "mkdir d && cp d out"},
       {"$K copy keep no/such/dir", "cp keep no/such/dir"},
+      {"$K copy keep /dev/full", "cp keep /dev/full"},
   });
 }
 

@@ -11,7 +11,8 @@ constexpr int kExitSuccess = 0;
 constexpr int kExitInputFailed = 1;
 constexpr int kExitUsage = 2;
 
-// The system's reason for an errno code, else the exception's own message or summary.
+// The reason in the system's words for an errno code or a library code; else the
+// exception's own message, never a field name of the stream record.
 std::string reasonOf(const KXException& failure);
 
 // One line on standard error: "kxstream: NAME: REASON", the name quoted as coreutils quotes it.

@@ -2,6 +2,7 @@
 #define KX_SHELL_H
 
 #include <string>
+#include <utility>
 
 #include "KXTestSupport.h"
 
@@ -22,7 +23,7 @@ struct ShellOutcome {
 // tool under test is $K in every command line.
 class Shell {
  public:
-  Shell(const TempDir& dir, const std::string& tool) : mDir(dir), mTool(tool) {}
+  Shell(const TempDir& dir, std::string tool) : mDir(dir), mTool(std::move(tool)) {}
 
   ShellOutcome run(const std::string& commandLine) const;
   ShellOutcome tool(const std::string& arguments) const { return run("$K " + arguments); }

@@ -142,6 +142,19 @@ TEST(KxstreamConformance, PipesFifosAndProcessSubstitutionWorkByName) {
   });
 }
 
+TEST(KxstreamConformance, TerminalsWorkByNameAsSourceAndDestination) {
+  if (runInFreshDirectory("command -v script").exitCode != 0) {
+    GTEST_SKIP() << "no 'script' command to give the programs a terminal";
+  }
+  // script runs the command on a new terminal and types what it reads; ^D ends the input.
+  const std::string typing = "(sleep 0.3; printf 'abc\\n\\004') | script -qec ";
+  expectSameAsReference({
+      {typing + "\"$K id /dev/tty\" /dev/null", typing + "'md5sum /dev/tty' /dev/null"},
+      {"script -qec \"$K copy keep /dev/tty\" /dev/null < /dev/null",
+       "script -qec 'cp keep /dev/tty' /dev/null < /dev/null"},
+  });
+}
+
 TEST(KxstreamConformance, StandardInputFromAPipeOrAFile) {
   expectSameAsReference({
       {"seq 100000 | $K id", "seq 100000 | md5sum"},

@@ -170,15 +170,8 @@ int KXDescriptorStream::readSome() {
 int KXDescriptorStream::writeAll() {
   KXStreamInfo& record = mStreamInfo;
   const int64_t total = record.mTransferLen;
-  if (total == 0) {
-    return 0;
-  }
-  if (total < 0) {
-    return KX_PARAM_ERR;
-  }
-  if (record.mBuffer == nullptr) {
-    record.mTransferLen = -1;
-    return KX_PARAM_ERR;
+  if (int status = 0; isUnwritable(record, status)) {
+    return status;
   }
   errno = 0;
   const int64_t done = writeFully(mDescriptorInfo.mDescriptor, record.mBuffer, total);

@@ -532,15 +532,8 @@ int KXFileStream::prepareInOutBuffer() {
 int KXFileStream::completeOut() {
   KXFileInfo* vFileInfo = fileInfo();
   const int64_t count = mStreamInfo.mTransferLen;
-  if (count == 0) {
-    return 0;
-  }
-  if (count < 0) {
-    return KX_PARAM_ERR;
-  }
-  if (mStreamInfo.mBuffer == nullptr) {
-    mStreamInfo.mTransferLen = -1;
-    return KX_PARAM_ERR;
+  if (int status = 0; isUnwritable(mStreamInfo, status)) {
+    return status;
   }
   errno = 0;
   const int64_t written = writeFully(vFileInfo->mFileDesc, mStreamInfo.mBuffer, count);

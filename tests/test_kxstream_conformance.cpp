@@ -116,6 +116,7 @@ TEST(KxstreamConformance, CharacterDevicesAreReadAsStreams) {
   expectSameAsReference({
       {"$K id /dev/null", "md5sum /dev/null"},
       {"$K cat /dev/null keep", "cat /dev/null keep"},
+      {"timeout 0.5 $K id /dev/zero; echo $?", "timeout 0.5 md5sum /dev/zero; echo $?"},
       {"$K copy /dev/null out && wc -c < out", "cp /dev/null out && wc -c < out"},
       {"$K copy /dev/zero z --length 70000 && md5sum < z",
        "head -c 70000 /dev/zero > z && md5sum < z"},

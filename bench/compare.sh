@@ -79,6 +79,9 @@ run_tools() {
   run_command tool/md5sum_8x64 md5sum "${parts[@]}"
   run_command tool/kxstream_cat "$tool" cat "$scratch/big.bin"
   run_command tool/cat cat "$scratch/big.bin"
+  # Both read the same producer's pipe: the descriptor stream's path, not the file stream's.
+  run_command tool/kxstream_cat_pipe bash -c 'cat "$1" | "$2" cat' _ "$scratch/big.bin" "$tool"
+  run_command tool/cat_pipe bash -c 'cat "$1" | cat' _ "$scratch/big.bin"
   run_command tool/kxstream_copy "$tool" copy "$scratch/big.bin" "$scratch/copy.out"
   run_command tool/cp cp "$scratch/big.bin" "$scratch/copy.out"
   run_command tool/dd dd if="$scratch/big.bin" of="$scratch/copy.out" bs=1M status=none
@@ -157,5 +160,6 @@ row "kxstream id vs md5sum, one 512 MiB file" tool/kxstream_id_512 tool/md5sum_5
 row "kxstream id vs md5sum, 8 x 64 MiB (-j cores)" tool/kxstream_id_8x64 tool/md5sum_8x64 0.6
 row "kxstream id vs md5sum, 512 MiB, peak memory" tool/kxstream_id_512.peak tool/md5sum_512.peak 2 KiB
 row "kxstream cat vs cat, 512 MiB into a pipe" tool/kxstream_cat tool/cat 1.3
+row "kxstream cat vs cat, 512 MiB from a pipe into a pipe" tool/kxstream_cat_pipe tool/cat_pipe 1.1
 row "kxstream copy vs cp, 512 MiB" tool/kxstream_copy tool/cp 1.2
 row "kxstream copy vs dd bs=1M, 512 MiB" tool/kxstream_copy tool/dd -

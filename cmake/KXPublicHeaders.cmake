@@ -16,6 +16,7 @@ set(KX_PUBLIC_HEADERS
   natives/streams/KXBasicGenericStream.h
   natives/streams/KXCachedInputStream.h
   natives/streams/KXCustomStream.h
+  natives/streams/KXDescriptorStream.h
   natives/streams/KXFileStream.h
   natives/streams/KXMemStream.h
   natives/streams/KXStreamArray.h

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <strings.h>
+#include <sys/statfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -121,6 +122,14 @@ int64_t kx_lseek(int descriptor, int64_t offset, int whence) {
 int kx_ftruncate(int descriptor, int64_t length) { return ftruncate64(descriptor, length); }
 int kx_close(int descriptor) { return close(descriptor); }
 int kx_stat(const char* path, struct stat64* record) { return stat64(path, record); }
+int kx_fstat(int descriptor, struct stat64* record) { return fstat64(descriptor, record); }
+int64_t kx_fstatfs_type(int descriptor) {
+  struct statfs64 record {};
+  if (fstatfs64(descriptor, &record) != 0) {
+    return -1;
+  }
+  return static_cast<int64_t>(record.f_type);
+}
 
 FILE* kx_fopen(const char* path, const char* mode) { return fopen64(path, mode); }
 size_t kx_fread(void* buffer, size_t itemSize, size_t itemCount, FILE* file) {

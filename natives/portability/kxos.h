@@ -69,6 +69,10 @@ KX_EXPORT int kx_ftruncate(int descriptor, int64_t length);
 KX_EXPORT int kx_close(int descriptor);
 /// stat(2) into a 64-bit @p record: 0, or -1 with errno.
 KX_EXPORT int kx_stat(const char* path, struct stat64* record);
+/// fstat(2) into a 64-bit @p record: 0, or -1 with errno.
+KX_EXPORT int kx_fstat(int descriptor, struct stat64* record);
+/// The file-system type (statfs's f_type) of the file open on the descriptor, or -1 with errno.
+KX_EXPORT int64_t kx_fstatfs_type(int descriptor);
 
 // Standard I/O streams.
 /// fopen(3): the open file, or null with errno; close it with kx_fclose.

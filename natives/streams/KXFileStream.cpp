@@ -10,6 +10,7 @@
 #include "KXStreamStatus.h"
 #include "KXStreams.h"
 #include "KXStringConversion.h"
+#include "KXSystemCalls.h"
 #include "kxos.h"
 
 namespace {
@@ -85,32 +86,6 @@ void copyFields(const KXStreamInfo& from, KXStreamInfo& to, unsigned fields) {
   }
 }
 
-// Writes all bytes, retrying interrupted and short writes so that a regular file takes a
-// transfer in one call and a pipe or terminal loses nothing. Returns the bytes written.
-int64_t writeFully(int descriptor, const char* bytes, int64_t count) {
-  int64_t written = 0;
-  while (written < count) {
-    const ssize_t result =
-        kx_write(descriptor, bytes + written, static_cast<size_t>(count - written));
-    if (result < 0 && errno == EINTR) {
-      continue;
-    }
-    if (result <= 0) {
-      break;
-    }
-    written += result;
-  }
-  return written;
-}
-
-ssize_t readRetryingInterrupts(int descriptor, char* buffer, int64_t count) {
-  ssize_t result = 0;
-  do {
-    errno = 0;
-    result = kx_read(descriptor, buffer, static_cast<size_t>(count));
-  } while (result < 0 && errno == EINTR);
-  return result;
-}
 }  // namespace
 
 KXFileStream::KXFileStream(const char* inPath, const char* inPerm, long pBuffSize, EIoFlag inIoFlag,
@@ -557,15 +532,8 @@ int KXFileStream::prepareInOutBuffer() {
 int KXFileStream::completeOut() {
   KXFileInfo* vFileInfo = fileInfo();
   const int64_t count = mStreamInfo.mTransferLen;
-  if (count == 0) {
-    return 0;
-  }
-  if (count < 0) {
-    return KX_PARAM_ERR;
-  }
-  if (mStreamInfo.mBuffer == nullptr) {
-    mStreamInfo.mTransferLen = -1;
-    return KX_PARAM_ERR;
+  if (int status = 0; isUnwritable(mStreamInfo, status)) {
+    return status;
   }
   errno = 0;
   const int64_t written = writeFully(vFileInfo->mFileDesc, mStreamInfo.mBuffer, count);

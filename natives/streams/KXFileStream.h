@@ -14,10 +14,13 @@
 /// written or both, or the process's standard output or standard error. Nothing is opened before
 /// init(); close() releases the descriptor, the buffer and the reading half.
 ///
-/// The length is the file's size when init() runs: a pipe, a device or a pseudo-file (/proc,
-/// /sys) whose size reads 0 gives an empty stream. Read those through a descriptor stream
-/// (KXDescriptorStream). Append permissions ("a", "a+", ...) place the stream at the end once,
-/// at init(), without O_APPEND: bytes another writer appends afterwards can be overwritten.
+/// Its view of a file is the size stat reports when init() runs and a descriptor that can seek,
+/// so it is right only for regular files whose size is what reading them yields: a pipe, a device
+/// or a pseudo-file (/proc, /sys) gives an empty or a short stream. Use KXDescriptorStream
+/// (KXStreams::createDescriptorStream) for pipes, FIFOs, sockets, terminals, character devices,
+/// files on proc- or sysfs-like file systems, and for a descriptor the client already holds.
+/// Append permissions ("a", "a+", ...) place the stream at the end once, at init(), without
+/// O_APPEND: bytes another writer appends afterwards can be overwritten.
 class KX_EXPORT KXFileStream : public KXBasicGenericStream {
  public:
   /// What the stream serves.

@@ -44,6 +44,18 @@ KXFileStream* KXStreams::createFileStream(const char* path, const char* perm, lo
   return new KXFileStream(path, perm, bufferSize, mode, flag);
 }
 
+KXDescriptorStream* KXStreams::createDescriptorStream(int descriptor,
+                                                      KXDescriptorStream::EIoFlag mode,
+                                                      long bufferSize, KXBool owned) {
+  return new KXDescriptorStream(descriptor, mode, bufferSize, owned);
+}
+
+KXDescriptorStream* KXStreams::createDescriptorStream(const char* path,
+                                                      KXDescriptorStream::EIoFlag mode,
+                                                      long bufferSize) {
+  return new KXDescriptorStream(path, mode, bufferSize);
+}
+
 KXMemStream* KXStreams::createMemStream(char* buffer, unsigned long length,
                                         KXMemStream::EIoFlag mode) {
   return new KXMemStream(buffer, length, mode);

@@ -7,6 +7,7 @@
 #include "KXBasicGenericStream.h"
 #include "KXCachedInputStream.h"
 #include "KXCustomStream.h"
+#include "KXDescriptorStream.h"
 #include "KXExport.h"
 #include "KXFileStream.h"
 #include "KXMemStream.h"
@@ -60,6 +61,15 @@ class KX_EXPORT KXStreams {
   /// marks the reading half of an in-out stream (pass 0).
   static KXFileStream* createFileStream(const char* path, const char* perm, long bufferSize,
                                         KXFileStream::EIoFlag mode, KXBool flag);
+  /// A new KXDescriptorStream over @p descriptor, which the client holds: the stream closes it
+  /// only when @p owned is 1.
+  static KXDescriptorStream* createDescriptorStream(int descriptor,
+                                                    KXDescriptorStream::EIoFlag mode,
+                                                    long bufferSize, KXBool owned);
+  /// A new KXDescriptorStream over @p path, which init() opens and close() closes.
+  static KXDescriptorStream* createDescriptorStream(const char* path,
+                                                    KXDescriptorStream::EIoFlag mode,
+                                                    long bufferSize);
   /// A new KXMemStream over @p length bytes at @p buffer (borrowed).
   static KXMemStream* createMemStream(char* buffer, unsigned long length,
                                       KXMemStream::EIoFlag mode);

@@ -1,5 +1,6 @@
-// kxstream copy: a whole file or a byte range of it, moved through prepareBuffer/complete so
-// that each byte crosses user space once: read into the source's buffer, written from there.
+// kxstream copy: a whole file or a byte range of it, as cp copies a file and dd a range. Bytes
+// move through prepareBuffer/complete, so each one crosses user space once; the holes of a
+// sparse source stay holes in a regular destination.
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,9 +11,14 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "Commands.h"
 #include "Diagnostics.h"
+#include "InputSource.h"
+#include "Quoting.h"
+#include "StandardDescriptors.h"
 #include "StreamHandle.h"
 #include "Transfer.h"
 
@@ -20,34 +26,57 @@ namespace kxstream {
 
 namespace {
 
-// Bytes done, total and rate on standard error, at most ten times a second.
+std::string humanSize(double bytes) {
+  static const char* const kUnits[] = {"B", "KiB", "MiB", "GiB", "TiB"};
+  size_t unit = 0;
+  while (bytes >= 1024.0 && unit + 1 < sizeof kUnits / sizeof kUnits[0]) {
+    bytes /= 1024.0;
+    ++unit;
+  }
+  char text[32];
+  std::snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", bytes, kUnits[unit]);
+  return text;
+}
+
+// Bytes done, total and rate on standard error, at most ten times a second and once at the end.
 class ProgressMeter {
  public:
   explicit ProgressMeter(int64_t total) : mTotal(total), mStart(Clock::now()), mLast(mStart) {}
 
   void update(int64_t done) {
+    mDone = done;
     const Clock::time_point now = Clock::now();
-    if (now - mLast >= std::chrono::milliseconds(100) || done == mTotal) {
+    if (now - mLast >= std::chrono::milliseconds(100)) {
       mLast = now;
-      show(done, now);
+      show(now);
     }
   }
 
-  void end() const { std::fputc('\n', stderr); }
+  void end() const {
+    show(Clock::now());
+    std::fputc('\n', stderr);
+  }
 
  private:
   using Clock = std::chrono::steady_clock;
 
-  void show(int64_t done, Clock::time_point now) const {
-    constexpr double kMebibyte = 1024.0 * 1024.0;
+  void show(Clock::time_point now) const {
+    std::string text = "copied " + humanSize(static_cast<double>(mDone));
+    if (mTotal >= 0) {
+      const int64_t percent = mTotal == 0 ? 100 : mDone * 100 / mTotal;
+      text +=
+          " of " + humanSize(static_cast<double>(mTotal)) + " (" + std::to_string(percent) + "%)";
+    }
+    // A rate over less than a tenth of a second says nothing.
     const double seconds = std::chrono::duration<double>(now - mStart).count();
-    const double rate = seconds > 0 ? static_cast<double>(done) / kMebibyte / seconds : 0.0;
-    std::fprintf(stderr, "\rkxstream: %.1f of %.1f MiB, %.1f MiB/s   ",
-                 static_cast<double>(done) / kMebibyte, static_cast<double>(mTotal) / kMebibyte,
-                 rate);
+    if (seconds >= 0.1) {
+      text += ", " + humanSize(static_cast<double>(mDone) / seconds) + "/s";
+    }
+    std::fprintf(stderr, "\rkxstream: %s   ", text.c_str());
   }
 
   int64_t mTotal;
+  int64_t mDone = 0;
   Clock::time_point mStart;
   Clock::time_point mLast;
 };
@@ -63,11 +92,11 @@ struct CopyRequest {
 CopyRequest requestFrom(const Arguments& arguments) {
   if (arguments.operands.size() < 2) {
     throw UsageError(arguments.operands.empty() ? "missing file operand"
-                                                : "missing destination file operand after '" +
-                                                      arguments.operands.front() + "'");
+                                                : "missing destination file operand after " +
+                                                      quoteAlways(arguments.operands.front()));
   }
   if (arguments.operands.size() > 2) {
-    throw UsageError("extra operand '" + arguments.operands[2] + "'");
+    throw UsageError("extra operand " + quoteAlways(arguments.operands[2]));
   }
   CopyRequest request;
   request.source = arguments.operands[0];
@@ -82,6 +111,38 @@ bool sameFile(const struct stat& one, const struct stat& other) {
   return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
+std::string baseName(std::string path) {
+  while (path.size() > 1 && path.back() == '/') {
+    path.pop_back();
+  }
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+// What the destination operand names now; a placeholder of a closed standard descriptor
+// (/dev/stdout after >&-) names nothing.
+struct Destination {
+  std::string path;
+  struct stat status {};
+  bool exists = false;
+  bool danglingLink = false;
+};
+
+Destination destinationFor(const CopyRequest& request) {
+  Destination target{request.destination};
+  target.exists = stat(target.path.c_str(), &target.status) == 0;
+  if (target.exists && S_ISDIR(target.status.st_mode)) {
+    // Like cp: into the directory, under the source's own name.
+    target.path += (target.path.back() == '/' ? "" : "/") + baseName(request.source);
+    target.exists = stat(target.path.c_str(), &target.status) == 0;
+  }
+  target.exists = target.exists && !isPlaceholder(target.status);
+  struct stat link {};
+  target.danglingLink =
+      !target.exists && lstat(target.path.c_str(), &link) == 0 && S_ISLNK(link.st_mode);
+  return target;
+}
+
 // A new copy gets the source's permissions less the umask, as cp gives it; the library creates
 // files for every purpose and so cannot know them.
 void adoptPermissions(const std::string& path, mode_t sourceMode) {
@@ -90,102 +151,187 @@ void adoptPermissions(const std::string& path, mode_t sourceMode) {
   chmod(path.c_str(), sourceMode & 07777 & ~mask);
 }
 
-// Checks what the library cannot know from one path alone; returns false after reporting.
-bool checkRange(CopyRequest& request, const struct stat& source) {
-  const int64_t size = source.st_size;
-  if (!S_ISREG(source.st_mode)) {
+// A regular file (or none yet) gets the file stream; a FIFO, terminal or device is written as
+// it stands through the descriptor stream.
+StreamHandle openDestination(const Destination& target) {
+  if (!target.exists || S_ISREG(target.status.st_mode)) {
+    return openOutputFile(target.path, kCopyBufferSize);
+  }
+  return initialised(
+      KXStreams::createDescriptorStream(target.path.c_str(), KXDescriptorStream::eOut, 0));
+}
+
+using Extent = std::pair<int64_t, int64_t>;  // first byte and end, in file offsets
+
+// Where the source holds data between start and end; holes are left out.
+std::vector<Extent> dataExtents(int descriptor, int64_t start, int64_t end) {
+  std::vector<Extent> extents;
+  for (int64_t position = start; position < end;) {
+    int64_t data = lseek(descriptor, position, SEEK_DATA);
+    if (data < 0) {
+      if (errno == ENXIO) {
+        break;  // only a hole is left
+      }
+      data = position;  // the file system cannot tell: all data
+    }
+    if (data >= end) {
+      break;
+    }
+    int64_t hole = lseek(descriptor, data, SEEK_HOLE);
+    hole = hole < 0 ? end : std::min(hole, end);
+    extents.emplace_back(data, hole);
+    position = hole;
+  }
+  return extents;
+}
+
+class Copier {
+ public:
+  Copier(const CopyRequest& request, NamedInput& input, KXBasicGenericStream& output)
+      : mRequest(request), mInput(input), mOutput(output), mMeter(input.length()) {}
+
+  // Moves the bytes; a failed read is reported as the source's, a refused write as the
+  // destination's.
+  bool run(const Destination& target) {
+    try {
+      const bool keepHoles =
+          mInput.sizeTrusted() && (!target.exists || S_ISREG(target.status.st_mode));
+      if (keepHoles) {
+        copyKeepingHoles();
+      } else {
+        pump(mInput.stream(), mOutput, progressFrom(0), mInput.limit());
+      }
+    } catch (const OutputFailure& failure) {
+      reportError("error writing " + quoteAlways(mRequest.destination) + ": " + failure.reason());
+      return false;
+    } catch (const KXException& failure) {
+      reportError("error reading " + quoteAlways(mRequest.source) + ": " + reasonOf(failure));
+      return false;
+    }
+    if (mRequest.progress) {
+      mMeter.end();
+    }
     return true;
   }
-  if (request.start > size) {
-    reportFailure(request.source, "start " + std::to_string(request.start) +
-                                      " is beyond the end of the file (" + std::to_string(size) +
-                                      " bytes)");
-    return false;
-  }
-  // Like dd, a range that runs past the end copies what is there.
-  if (request.length >= 0) {
-    request.length = std::min<long long>(request.length, size - request.start);
-  }
-  return true;
-}
 
-// Runs one step; a failure is reported under the given name and makes the result false.
-template <typename Step>
-bool attempt(const std::string& name, Step step) {
-  try {
-    step();
-    return true;
-  } catch (const KXException& failure) {
-    reportFailure(name, failure);
+ private:
+  ProgressCallback progressFrom(int64_t base) {
+    if (!mRequest.progress) {
+      return {};
+    }
+    return [this, base](int64_t done) { mMeter.update(base + done); };
   }
-  return false;
-}
 
-// A failed read is the source's, a refused write the destination's.
-bool moveBytes(const CopyRequest& request, KXBasicGenericStream& input,
-               KXBasicGenericStream& output) {
-  ProgressMeter meter(input.GetLength());
-  ProgressCallback progress;
-  if (request.progress) {
-    progress = [&meter](int64_t done) { meter.update(done); };
+  void copyKeepingHoles() {
+    const int64_t start = mInput.startOffset();
+    const int64_t end = start + mInput.length();
+    const std::vector<Extent> extents = dataExtents(mInput.probe(), start, end);
+    if (extents.size() == 1 && extents.front() == Extent(start, end)) {
+      pump(mInput.stream(), mOutput, progressFrom(0));
+      return;
+    }
+    for (const Extent& extent : extents) {
+      copyExtent(extent, start);
+    }
+    if (mRequest.progress) {
+      mMeter.update(end - start);
+    }
+    // A source that ends in a hole still has its length.
+    const int destination =
+        static_cast<const KXFileStream::KXFileInfo*>(mOutput.GetInfo()->mUserData)->mFileDesc;
+    if (ftruncate(destination, end - start) != 0) {
+      throw OutputFailure(std::strerror(errno));
+    }
   }
-  try {
-    pump(input, output, progress);
-  } catch (const OutputFailure& failure) {
-    reportFailure(request.destination, failure.reason());
-    return false;
-  } catch (const KXException& failure) {
-    reportFailure(request.source, failure);
-    return false;
-  }
-  if (request.progress) {
-    meter.end();
-  }
-  return true;
-}
 
-StreamHandle openSource(const CopyRequest& request) {
-  if (request.start == 0 && request.length < 0) {
-    return openInputFile(request.source, kCopyBufferSize);
+  void copyExtent(const Extent& extent, int64_t start) {
+    StreamHandle part = initialised(KXStreams::createPartialFileStream(
+        mRequest.source.c_str(), "rb", kCopyBufferSize, KXFileStream::eIn, extent.first,
+        extent.second - extent.first, -1));
+    try {
+      mOutput.SetMark(extent.first - start);
+    } catch (const KXException& failure) {
+      throw OutputFailure(reasonOf(failure));
+    }
+    pump(*part, mOutput, progressFrom(extent.first - start));
+    finish(part);
   }
-  return openInputRange(request.source, static_cast<long>(request.start),
-                        static_cast<long>(request.length), kCopyBufferSize);
-}
 
-int copy(CopyRequest& request) {
+  const CopyRequest& mRequest;
+  NamedInput& mInput;
+  KXBasicGenericStream& mOutput;
+  ProgressMeter mMeter;
+};
+
+int copy(const CopyRequest& request) {
   struct stat source {};
-  if (stat(request.source.c_str(), &source) != 0) {
-    reportFailure(request.source, std::strerror(errno));
+  if (stat(request.source.c_str(), &source) != 0 || isPlaceholder(source)) {
+    const int reason = isPlaceholder(source) ? ENOENT : errno;
+    reportError("cannot stat " + quoteAlways(request.source) + ": " + std::strerror(reason));
     return kExitInputFailed;
   }
-  struct stat existing {};
-  const bool destinationExisted = stat(request.destination.c_str(), &existing) == 0;
-  if (destinationExisted && sameFile(source, existing)) {
-    reportFailure(request.destination, "is the same file as " + request.source);
+  if (S_ISDIR(source.st_mode)) {
+    reportError("-r not specified; omitting directory " + quoteAlways(request.source));
     return kExitInputFailed;
   }
-  StreamHandle input;
+  const Destination target = destinationFor(request);
+  if (target.danglingLink) {
+    reportError("not writing through dangling symlink " + quoteAlways(target.path));
+    return kExitInputFailed;
+  }
+  InputOptions options;
+  options.bufferSize = kCopyBufferSize;
+  options.start = request.start;
+  options.length = request.length;
+  std::unique_ptr<NamedInput> input;
+  try {
+    input = std::make_unique<NamedInput>(request.source, options);
+  } catch (const InputError& failure) {
+    reportError("cannot open " + quoteAlways(request.source) + " for reading: " + failure.reason());
+    return kExitInputFailed;
+  } catch (const KXException& failure) {
+    reportError("cannot open " + quoteAlways(request.source) +
+                " for reading: " + reasonOf(failure));
+    return kExitInputFailed;
+  }
+  if (target.exists && sameFile(input->status(), target.status)) {
+    reportError(quoteAlways(request.source) + " and " + quoteAlways(target.path) +
+                " are the same file");
+    return kExitInputFailed;
+  }
   StreamHandle output;
-  if (!checkRange(request, source) ||
-      !attempt(request.source, [&] { input = openSource(request); }) ||
-      !attempt(request.destination,
-               [&] { output = openOutputFile(request.destination, kCopyBufferSize); })) {
+  try {
+    output = openDestination(target);
+  } catch (const KXException& failure) {
+    reportError((target.exists ? "cannot open " + quoteAlways(target.path) + " for writing: "
+                               : "cannot create regular file " + quoteAlways(target.path) + ": ") +
+                reasonOf(failure));
     return kExitInputFailed;
   }
-  if (!destinationExisted) {
-    adoptPermissions(request.destination, source.st_mode);
+  if (!target.exists) {
+    adoptPermissions(target.path, source.st_mode);
   }
-  const bool copied = moveBytes(request, *input, *output) &&
-                      attempt(request.destination, [&] { finish(output); }) &&
-                      attempt(request.source, [&] { finish(input); });
-  return copied ? kExitSuccess : kExitInputFailed;
+  Copier copier(request, *input, *output);
+  if (!copier.run(target)) {
+    return kExitInputFailed;
+  }
+  try {
+    finish(output);
+  } catch (const KXException& failure) {
+    reportError("error writing " + quoteAlways(target.path) + ": " + reasonOf(failure));
+    return kExitInputFailed;
+  }
+  try {
+    input->finish();
+  } catch (const KXException& failure) {
+    reportError("error reading " + quoteAlways(request.source) + ": " + reasonOf(failure));
+    return kExitInputFailed;
+  }
+  return kExitSuccess;
 }
 
 }  // namespace
 
-int runCopy(const Arguments& arguments) {
-  CopyRequest request = requestFrom(arguments);
-  return copy(request);
-}
+int runCopy(const Arguments& arguments) { return copy(requestFrom(arguments)); }
 
 }  // namespace kxstream

@@ -11,12 +11,15 @@ constexpr int kExitSuccess = 0;
 constexpr int kExitInputFailed = 1;
 constexpr int kExitUsage = 2;
 
-// The system's reason for an errno code, else the exception's own message or summary.
+// The reason in the system's words for an errno code or a library code; else the
+// exception's own message, never a field name of the stream record.
 std::string reasonOf(const KXException& failure);
 
-// One line on standard error: "kxstream: NAME: REASON".
+// One line on standard error: "kxstream: NAME: REASON", the name quoted as coreutils quotes it.
 void reportFailure(const std::string& name, const std::string& reason);
 void reportFailure(const std::string& name, const KXException& failure);
+// One line on standard error: "kxstream: MESSAGE", for messages that quote their own names.
+void reportError(const std::string& message);
 
 // Flushes standard output; a failed write is reported and turns the exit code into 1.
 int finishStandardOutput(int exitCode);

@@ -12,14 +12,12 @@
 #include <vector>
 
 #include "Commands.h"
-#include "DescriptorStreams.h"
 #include "Diagnostics.h"
+#include "InputSource.h"
 
 namespace kxstream {
 
 namespace {
-
-constexpr const char* kStandardInputName = "-";
 
 // What one input gave: its line for standard output, or the reason it failed.
 struct Outcome {
@@ -52,37 +50,25 @@ std::string lineFor(const std::string& digest, const std::string& name) {
   return "\\" + digest + "  " + escaped + "\n";
 }
 
-std::string digestOf(KXBasicGenericStream& stream) {
-  KXObjectGuid id;
-  stream.SetReadable();
-  stream.calcIDWithChangeMark(id, -1);
-  return id.GetID();
-}
-
 // Standard input may be named more than once; only one worker may read it at a time.
 std::mutex standardInputLock;
 
-std::string digestOfStandardInput() {
-  const std::lock_guard<std::mutex> hold(standardInputLock);
-  DescriptorChannel channel(0);
-  StreamHandle stream = openDescriptorInput(channel);
-  std::string digest = digestOf(*stream);
-  finish(stream);
-  return digest;
-}
-
-std::string digestOfFile(const std::string& path) {
-  StreamHandle stream = openInputFile(path);
-  std::string digest = digestOf(*stream);
-  finish(stream);
+std::string digestOfInput(const std::string& name) {
+  std::unique_lock<std::mutex> hold(standardInputLock, std::defer_lock);
+  if (name == NamedInput::kStandardInput) {
+    hold.lock();
+  }
+  NamedInput input(name, InputOptions{});
+  std::string digest = digestToEnd(input.stream());
+  input.finish();
   return digest;
 }
 
 Outcome identify(const std::string& name) {
   try {
-    const std::string digest =
-        name == kStandardInputName ? digestOfStandardInput() : digestOfFile(name);
-    return {false, lineFor(digest, name)};
+    return {false, lineFor(digestOfInput(name), name)};
+  } catch (const InputError& failure) {
+    return {true, failure.reason()};
   } catch (const KXException& failure) {
     return {true, reasonOf(failure)};
   } catch (const std::bad_alloc&) {
@@ -178,7 +164,7 @@ size_t defaultJobs() { return std::max(1U, std::thread::hardware_concurrency());
 int runId(const Arguments& arguments) {
   std::vector<std::string> names = arguments.operands;
   if (names.empty()) {
-    names.emplace_back(kStandardInputName);
+    names.emplace_back(NamedInput::kStandardInput);
   }
   const long long requested = arguments.count("-j", static_cast<long long>(defaultJobs()));
   if (requested < 1) {
@@ -193,6 +179,10 @@ int runId(const Arguments& arguments) {
   } else {
     ParallelDigests digests(names, workers);
     allSucceeded = digests.publishInOrder();
+  }
+  if (std::count(names.begin(), names.end(), NamedInput::kStandardInput) != 0) {
+    // md5sum's last word when it read a standard input that was never there.
+    allSucceeded = closeStandardInput("standard input") && allSucceeded;
   }
   return finishStandardOutput(allSucceeded ? kExitSuccess : kExitInputFailed);
 }

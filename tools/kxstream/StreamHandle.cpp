@@ -30,16 +30,6 @@ void finish(StreamHandle& stream) {
   }
 }
 
-StreamHandle openInputFile(const std::string& path, long bufferSize) {
-  return initialised(
-      KXStreams::createFileStream(path.c_str(), "rb", bufferSize, KXFileStream::eIn, 0));
-}
-
-StreamHandle openInputRange(const std::string& path, long start, long length, long bufferSize) {
-  return initialised(KXStreams::createPartialFileStream(path.c_str(), "rb", bufferSize,
-                                                        KXFileStream::eIn, start, length, -1));
-}
-
 StreamHandle openOutputFile(const std::string& path, long bufferSize) {
   return initialised(
       KXStreams::createFileStream(path.c_str(), "wb", bufferSize, KXFileStream::eOut, 0));

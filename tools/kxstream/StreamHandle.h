@@ -29,8 +29,6 @@ constexpr long kCachedBufferSize = 256L * 1024;
 constexpr long kPipeBufferSize = 64L * 1024;
 constexpr long kCopyBufferSize = 1024L * 1024;
 
-StreamHandle openInputFile(const std::string& path, long bufferSize = kCachedBufferSize);
-StreamHandle openInputRange(const std::string& path, long start, long length, long bufferSize);
 StreamHandle openOutputFile(const std::string& path, long bufferSize);
 
 }  // namespace kxstream

@@ -36,12 +36,15 @@ void prepareSink(KXBasicGenericStream& sink) {
 }  // namespace
 
 int64_t pump(KXBasicGenericStream& source, KXBasicGenericStream& sink,
-             const ProgressCallback& progress) {
+             const ProgressCallback& progress, int64_t limit) {
   prepareSink(sink);
   source.SetReadable();
   int64_t moved = 0;
   for (;;) {
-    source.GetInfo()->mTransferLen = KX_UNLIMITED_TRANSFER;
+    if (limit >= 0 && moved >= limit) {
+      return moved;
+    }
+    source.GetInfo()->mTransferLen = limit >= 0 ? limit - moved : KX_UNLIMITED_TRANSFER;
     KXStreamInfo* chunk = source.prepareBuffer();
     const int64_t count = chunk->mTransferLen;
     const bool atEnd = chunk->mAtEOF != 0;

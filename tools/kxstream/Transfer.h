@@ -21,10 +21,11 @@ class OutputFailure {
 
 using ProgressCallback = std::function<void(int64_t bytesDone)>;
 
-// Moves every byte of source into sink: each buffer the source prepares is handed to the
-// sink's transfer as it stands, so no byte is copied in between. Returns the bytes moved.
+// Moves the source's bytes into sink, all of them or at most limit (-1: no limit): each buffer
+// the source prepares is handed to the sink's transfer as it stands, so no byte is copied in
+// between. Returns the bytes moved.
 int64_t pump(KXBasicGenericStream& source, KXBasicGenericStream& sink,
-             const ProgressCallback& progress = {});
+             const ProgressCallback& progress = {}, int64_t limit = -1);
 
 }  // namespace kxstream
 

@@ -10,6 +10,7 @@
 #include "Arguments.h"
 #include "Commands.h"
 #include "Diagnostics.h"
+#include "StandardDescriptors.h"
 
 namespace {
 
@@ -46,7 +47,8 @@ const std::vector<Command>& commands() {
       {"copy",
        "a whole file or a byte range of it",
        "Usage: kxstream copy SOURCE DESTINATION [--start N] [--length N] [--progress]\n"
-       "Copy SOURCE to DESTINATION, or only the bytes from offset N on, at most N of them.\n\n"
+       "Copy SOURCE to DESTINATION (into it under SOURCE's name when it is a directory),\n"
+       "or only the bytes from offset N on, at most N of them; holes stay holes.\n\n"
        "  --start N     first byte to copy (default 0)\n"
        "  --length N    number of bytes to copy (default: to the end of SOURCE)\n"
        "  --progress    show bytes done, total and rate when standard error is a terminal\n"
@@ -109,6 +111,7 @@ int runCommand(const Command& command, const std::vector<std::string>& words) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  kxstream::guardStandardDescriptors();
   if (argc < 2) {
     return usageError("missing command", nullptr);
   }

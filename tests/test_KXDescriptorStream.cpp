@@ -1,0 +1,176 @@
+#include "KXDescriptorStream.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include "KXObjectGuid.h"
+#include "KXShell.h"
+#include "KXStreams.h"
+#include "KXTestSupport.h"
+
+namespace {
+
+using namespace kxtest;
+
+// A pipe whose ends are closed at the end of the scope unless handed on.
+struct Pipe {
+  Pipe() { EXPECT_EQ(0, pipe2(ends, O_CLOEXEC)); }
+  ~Pipe() {
+    for (const int end : ends) {
+      if (end >= 0) {
+        close(end);
+      }
+    }
+  }
+  void closeEnd(int index) {
+    close(ends[index]);
+    ends[index] = -1;
+  }
+  int ends[2] = {-1, -1};
+};
+
+StreamPtr<KXDescriptorStream> openInput(int descriptor, KXBool owned = 0) {
+  StreamPtr<KXDescriptorStream> stream(
+      KXStreams::createDescriptorStream(descriptor, KXDescriptorStream::eIn, 16384, owned));
+  stream->init();
+  return stream;
+}
+
+// Everything the stream delivers up to its end.
+std::string drain(KXBasicGenericStream& stream) {
+  std::string all;
+  char chunk[7000];
+  while (const int count = stream.read(chunk, sizeof chunk)) {
+    all.append(chunk, static_cast<size_t>(count));
+  }
+  return all;
+}
+
+TEST(KXDescriptorStream, ReadsAPipeToItsEndWithUnknownLengthAndNoMarks) {
+  Pipe channel;
+  const std::string content = randomBytes(100000, 3);
+  std::thread writer([&] {
+    EXPECT_EQ(static_cast<ssize_t>(content.size()),
+              write(channel.ends[1], content.data(), content.size()));
+    channel.closeEnd(1);
+  });
+  auto stream = openInput(channel.ends[0]);
+  EXPECT_EQ(-1, stream->GetLength());
+  EXPECT_THROW(stream->SetMark(), KXMarkRequiredException);
+  EXPECT_TRUE(content == drain(*stream));
+  writer.join();
+  stream.reset();
+  EXPECT_NE(-1, fcntl(channel.ends[0], F_GETFD)) << "a borrowed descriptor was closed";
+}
+
+TEST(KXDescriptorStream, RegularFileHasItsLengthFromTheCurrentOffsetAndMarks) {
+  TempDir dir;
+  const std::string path = dir.writeFile("data", randomBytes(50000, 4));
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(100, lseek(descriptor, 100, SEEK_SET));
+  auto stream = openInput(descriptor, 1);
+  EXPECT_EQ(49900, stream->GetLength());
+  KXObjectGuid id;
+  stream->calcID(id, -1);
+  EXPECT_EQ(0, stream->GetStreamPos());
+  EXPECT_TRUE(slurp(path).substr(100) == drain(*stream));
+  stream.reset();
+  EXPECT_EQ(-1, fcntl(descriptor, F_GETFD)) << "an owned descriptor stayed open";
+}
+
+TEST(KXDescriptorStream, AFileFollowedInItsGrowthIsReadToTheEndItHasWhenReached) {
+  TempDir dir;
+  const std::string path = dir.writeFile("growing", "first ");
+  auto* created = KXStreams::createDescriptorStream(path.c_str(), KXDescriptorStream::eIn, 1);
+  created->setFollowsGrowth(1);
+  StreamPtr<KXDescriptorStream> stream(created);
+  stream->init();
+  EXPECT_EQ(-1, stream->GetLength());
+  std::ofstream(path, std::ios::app) << "and more";
+  EXPECT_EQ("first and more", drain(*stream));
+}
+
+TEST(KXDescriptorStream, PseudoFilesHaveUnknownLengthButTheirWholeContent) {
+  for (const char* path : {"/proc/version", "/proc/sys/kernel/ostype"}) {
+    if (access(path, R_OK) != 0) {
+      GTEST_SKIP() << path << " is not readable on this machine";
+    }
+    StreamPtr<KXDescriptorStream> stream(
+        KXStreams::createDescriptorStream(path, KXDescriptorStream::eIn, 1));
+    stream->init();
+    EXPECT_EQ(-1, stream->GetLength()) << path;
+    const std::string content = drain(*stream);
+    EXPECT_FALSE(content.empty()) << path;
+    EXPECT_EQ(slurp(path), content) << path;
+  }
+}
+
+TEST(KXDescriptorStream, WritesEveryByteAndCreatesANamedFile) {
+  TempDir dir;
+  const std::string path = dir.file("out");
+  const std::string content = randomBytes(300000, 5);
+  StreamPtr<KXDescriptorStream> stream(
+      KXStreams::createDescriptorStream(path.c_str(), KXDescriptorStream::eOut, 0));
+  stream->init();
+  EXPECT_EQ(static_cast<int64_t>(content.size()),
+            stream->write(const_cast<char*>(content.data()), static_cast<int>(content.size())));
+  EXPECT_EQ(-1, stream->GetLength());
+  EXPECT_THROW(stream->read(nullptr, 0), KXParameterException);
+  stream.reset();
+  EXPECT_TRUE(content == slurp(path));
+}
+
+TEST(KXDescriptorStream, OpeningFailuresNameTheSystemReason) {
+  const struct {
+    const char* what;
+    KXDescriptorStream* stream;
+    int code;
+  } rows[] = {
+      {"missing path", new KXDescriptorStream("/no/such/file", KXDescriptorStream::eIn, 1), ENOENT},
+      {"directory", new KXDescriptorStream("/", KXDescriptorStream::eIn, 1), EISDIR},
+      {"closed descriptor", new KXDescriptorStream(1000, KXDescriptorStream::eIn, 1, 0), EBADF},
+  };
+  for (const auto& row : rows) {
+    StreamPtr<KXDescriptorStream> stream(row.stream);
+    try {
+      stream->init();
+      ADD_FAILURE() << row.what << " opened";
+    } catch (const KXFileSystemException& failure) {
+      EXPECT_EQ(row.code, failure.GetCode()) << row.what;
+    }
+  }
+}
+
+void ignoreAlarm(int /*signal*/) {}
+
+TEST(KXDescriptorStream, ReadsInterruptedBySignalsAreRetried) {
+  struct sigaction action {};
+  action.sa_handler = ignoreAlarm;  // no SA_RESTART: a blocked read() fails with EINTR
+  struct sigaction previous {};
+  ASSERT_EQ(0, sigaction(SIGALRM, &action, &previous));
+  const itimerval every5ms{{0, 5000}, {0, 5000}};
+  ASSERT_EQ(0, setitimer(ITIMER_REAL, &every5ms, nullptr));
+
+  Pipe channel;
+  std::thread writer([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    EXPECT_EQ(5, write(channel.ends[1], "late!", 5));
+    channel.closeEnd(1);
+  });
+  auto stream = openInput(channel.ends[0]);
+  EXPECT_EQ("late!", drain(*stream));
+  writer.join();
+
+  const itimerval off{};
+  setitimer(ITIMER_REAL, &off, nullptr);
+  sigaction(SIGALRM, &previous, nullptr);
+}
+
+}  // namespace

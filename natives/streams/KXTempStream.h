@@ -50,6 +50,8 @@ class KX_EXPORT KXTempStream : public KXBasicGenericStream {
   int readFromFile(int64_t count);
   int writeToFile(const char* bytes, int64_t count);
   bool turnFileTo(FileDirection direction);
+  bool seekFileToPosition();
+  void recoverFile();
   void releaseAll();
 
   // The C library needs a positioning call whenever a file turns between reading and writing.

@@ -3,10 +3,12 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
@@ -373,9 +375,7 @@ TEST(KXFileStreamWrite, TruncationSettingDecidesWhetherFilesAreCut) {
 // Writes payload in a child whose standard output or error goes to target. The child's status:
 // 0 all written, 1 the stream reported a failure, 2 position wrong, 3 flushing failed.
 int writeInChild(Flag flag, const std::string& payload, const std::string& target) {
-  fflush(nullptr);
-  const pid_t child = fork();
-  if (child == 0) {
+  return kxtest::inChild([&] {
     dup2(::open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), flag == eStdout ? 1 : 2);
     int status = 0;
     try {
@@ -385,11 +385,8 @@ int writeInChild(Flag flag, const std::string& payload, const std::string& targe
     } catch (const KXStreamException&) {
       status = 1;
     }
-    _exit(status != 0 ? status : (fflush(stdout) == 0 ? 0 : 3));
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return status != 0 ? status : (fflush(stdout) == 0 ? 0 : 3);
+  });
 }
 
 TEST(KXFileStreamStandard, WritesEveryByteUnchangedOrFailsWhenOutputFails) {
@@ -402,6 +399,43 @@ TEST(KXFileStreamStandard, WritesEveryByteUnchangedOrFailsWhenOutputFails) {
   EXPECT_EQ(1, writeInChild(eStderr, payload, "/dev/full"));
   const int status = writeInChild(eStdout, payload, "/dev/full");  // buffered: may fail at flush
   EXPECT_TRUE(status == 1 || status == 3) << status;
+}
+
+void ignoreSignal(int /*signal*/) {}
+
+// A signal every millisecond, without SA_RESTART, interrupts the writes while a slow reader
+// drains the pipe: every write still reports all its bytes, and the reader gets them all.
+TEST(KXFileStreamStandard, WritesEveryByteThroughSignalsOverASlowPipe) {
+  const std::string payload = kxtest::randomBytes(64 * 16384, 9);
+  for (Flag flag : {eStdout, eStderr}) {
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(0, pipe(ends));
+    const pid_t writer = kxtest::startChild([&] {
+      dup2(ends[1], flag == eStdout ? 1 : 2);
+      ::close(ends[0]);
+      ::close(ends[1]);
+      struct sigaction interrupting {};
+      interrupting.sa_handler = ignoreSignal;
+      sigaction(SIGALRM, &interrupting, nullptr);
+      const itimerval everyMillisecond{{0, 1000}, {0, 1000}};
+      setitimer(ITIMER_REAL, &everyMillisecond, nullptr);
+      StreamPtr stream = open(at(nullptr, nullptr, flag));
+      for (size_t offset = 0; offset < payload.size(); offset += 16384) {
+        if (writeBytes(*stream, payload.substr(offset, 16384)) != 16384) return 1;
+      }
+      return 0;
+    });
+    ::close(ends[1]);
+    std::string received;
+    char chunk[4096];
+    for (ssize_t got = 0; (got = read(ends[0], chunk, sizeof chunk)) > 0; usleep(100)) {
+      received.append(chunk, static_cast<size_t>(got));
+    }
+    ::close(ends[0]);
+    EXPECT_EQ(0, kxtest::waitChild(writer)) << flag;
+    EXPECT_EQ(payload.size(), received.size()) << flag;
+    EXPECT_TRUE(received == payload) << flag;
+  }
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <iterator>
 
+#include <stdio_ext.h>
+
 #include "KXException.h"
 #include "KXRaise.h"
 #include "KXStreamStatus.h"
@@ -602,21 +604,27 @@ int KXFileStream::stdioComplete() { return writeToStandardStream(stdout); }
 
 int KXFileStream::stderrComplete() { return writeToStandardStream(stderr); }
 
-// Bytes go out unchanged, NUL bytes and percent signs included, in pieces of at most 64 KiB. A
-// failed output call ends the transfer with a failure status rather than retrying forever.
+// Bytes go out unchanged, NUL bytes and percent signs included, in pieces of at most 64 KiB,
+// straight to the descriptor: the C library's buffer would report bytes as written that a later
+// interrupted flush drops. What the process buffered there before goes first, to keep the order.
+// Interrupted writes are retried; a failed one ends the transfer with a failure status.
 int KXFileStream::writeToStandardStream(FILE* stream) {
   if (mStreamInfo.mBuffer == nullptr || mStreamInfo.mTransferLen < 1) {
     return 0;
   }
+  errno = 0;
+  if (__fpending(stream) > 0 && fflush(stream) != 0) {
+    return systemFailureStatus();
+  }
+  const int descriptor = fileno(stream);
   int64_t done = 0;
   while (done < mStreamInfo.mTransferLen) {
     const int64_t chunk = std::min(mStreamInfo.mTransferLen - done, kStandardChunk);
     errno = 0;
-    const size_t written =
-        fwrite(mStreamInfo.mBuffer + done, 1, static_cast<size_t>(chunk), stream);
-    done += static_cast<int64_t>(written);
-    mStreamInfo.mStreamPos += static_cast<int64_t>(written);
-    if (static_cast<int64_t>(written) < chunk) {
+    const int64_t written = writeFully(descriptor, mStreamInfo.mBuffer + done, chunk);
+    done += written;
+    mStreamInfo.mStreamPos += written;
+    if (written < chunk) {
       return systemFailureStatus();
     }
   }

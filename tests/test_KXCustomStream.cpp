@@ -5,11 +5,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <functional>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <utility>
 
 #include "KXException.h"
+#include "KXObjectGuid.h"
 #include "KXProbeStream.h"
 #include "KXTestSupport.h"
 
@@ -173,6 +176,46 @@ TEST(KXCustomStreamStrict, WithoutStrictModeTheEngineRecordsTheMark) {
   EXPECT_EQ("01", readString(*stream, 2));
   stream->SetMark();
   EXPECT_EQ(2, stream->GetInfo()->mMarkerPos);
+}
+
+// Points mBuffer at its four bytes once and afterwards only refills them, which the record
+// allows: "aaaa", "bbbb", "cccc", then the end.
+struct Refills {
+  char bytes[4] = {};
+  int count = 0;
+};
+
+long refillInPlace(KXStreamInfo* info) {
+  auto& source = *static_cast<Refills*>(const_cast<void*>(info->mUserData));
+  if (source.count == 0) {
+    info->mBuffer = source.bytes;
+  }
+  std::fill(std::begin(source.bytes), std::end(source.bytes),
+            static_cast<char>('a' + source.count));
+  ++source.count;
+  info->mTransferLen = std::min<int64_t>(info->mTransferLen, 4);
+  info->mStreamPos += info->mTransferLen;
+  info->mAtEOF = source.count == 3 ? 1 : 0;
+  return 0;
+}
+
+TEST(KXCustomStreamSource, ABufferPointedAtOnceAndRefilledServesEveryTransfer) {
+  const std::function<std::string(KXCustomStream&)> consumers[] = {
+      [](KXCustomStream& stream) { return readString(stream, 12); },
+      [](KXCustomStream& stream) {
+        KXObjectGuid id;
+        stream.SetReadable();
+        EXPECT_EQ(12, stream.calcIDWithChangeMark(id, -1));
+        return std::string(id.GetID());
+      }};
+  const std::string expected[] = {"aaaabbbbcccc", "ccb3bf4d77b887690b3b89663823d13d"};
+  for (size_t row = 0; row < 2; ++row) {
+    Refills source;
+    StreamPtr stream(
+        new KXCustomStream(refillInPlace, nullptr, nullptr, nullptr, nullptr, &source));
+    stream->init();
+    EXPECT_EQ(expected[row], consumers[row](*stream));
+  }
 }
 
 }  // namespace

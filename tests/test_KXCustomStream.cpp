@@ -218,4 +218,43 @@ TEST(KXCustomStreamSource, ABufferPointedAtOnceAndRefilledServesEveryTransfer) {
   }
 }
 
+// Hands out its buffer with read(2)'s -1 passed through as the count; gives up with status 5
+// after 100 calls, so that a consumer that loops on it ends.
+struct FailedReads {
+  char buffer[16] = {};
+  int calls = 0;
+};
+
+long deliverMinusOne(KXStreamInfo* info) {
+  auto& source = *static_cast<FailedReads*>(const_cast<void*>(info->mUserData));
+  info->mBuffer = source.buffer;
+  info->mTransferLen = -1;
+  info->mStreamPos -= 1;
+  return ++source.calls > 100 ? 5 : 0;
+}
+
+TEST(KXCustomStreamSource, ANegativeDeliveredCountFailsTheTransferInEveryMode) {
+  const std::function<void(KXCustomStream&)> consumers[] = {
+      [](KXCustomStream& stream) { EXPECT_EQ("", readString(stream, 12)); },
+      [](KXCustomStream& stream) {
+        KXObjectGuid id;
+        stream.SetReadable();
+        stream.calcIDWithChangeMark(id, -1);
+      }};
+  for (KXBool strict : {KXBool(0), KXBool(1)}) {
+    for (const auto& consume : consumers) {
+      const kxtest::StrictModeScope mode(strict);
+      FailedReads source;
+      auto* stream =
+          new KXCustomStream(deliverMinusOne, nullptr, nullptr, nullptr, nullptr, &source);
+      stream->init();
+      const auto refused = thrownBy<KXStreamException>([&] { consume(*stream); });
+      EXPECT_EQ(0, refused.GetCode()) << refused.what();
+      EXPECT_STREQ("negative byte count delivered (-1)", refused.GetMessage());
+      EXPECT_EQ(1, source.calls);
+      delete stream;  // its byte count is beyond repair; nothing to release
+    }
+  }
+}
+
 }  // namespace

@@ -162,6 +162,17 @@ struct KXEngineSteps {
     KX_RAISE(KXStreamException, status).raise();
   }
 
+  // A kind that passes a failed system call's -1 through as its count breaks the protocol in a
+  // way no mode may let pass: every consumer would copy, count or loop on it.
+  static void refuseNegativeDelivery(const KXBasicGenericStream& stream) {
+    const KXStreamInfo& record = stream.mStreamInfo;
+    if (record.mReadFlag != 0 && record.mTransferLen < 0) {
+      KX_RAISE(KXStreamException, 0)
+          .message("negative byte count delivered (%ld)", static_cast<long>(record.mTransferLen))
+          .raise();
+    }
+  }
+
   // The marker operations' common ending: KX_NOT_SUPPORTED_ERR becomes KXMarkRequiredException
   // (not logged: it is how a caller learns that the kind has no markers), any other failure a
   // logged KXStreamException.
@@ -343,6 +354,7 @@ KXStreamInfo* KXBasicGenericStream::prepareBuffer() {
       KXEngineSteps::raiseCallbackFailure(
           *this, "KX_STREAM_ERR in prepareBuffer callback (status=%ld)", status, systemError);
     }
+    KXEngineSteps::refuseNegativeDelivery(*this);
     KXEngineSteps::validateIfSnapshot(*this, ePrepareBufferProc);
     return &mStreamInfo;
   });

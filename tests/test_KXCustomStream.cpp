@@ -24,7 +24,7 @@ using kxtest::thrownBy;
 struct Source {
   std::string bytes;
   long status = 0;  // what every callback returns once it has done its work
-  bool closed = false;
+  int closes = 0;
 };
 
 Source& sourceOf(KXStreamInfo* info) {
@@ -51,7 +51,7 @@ long sourceSetMarker(KXStreamInfo* info) {
 long sourceResetMarker(KXStreamInfo* info) { return sourceOf(info).status; }
 
 long sourceClose(KXStreamInfo* info) {
-  sourceOf(info).closed = true;
+  ++sourceOf(info).closes;
   return sourceOf(info).status;
 }
 
@@ -88,7 +88,7 @@ TEST(KXCustomStreamSource, ReadsAndReturnsToItsMarksThroughTheContext) {
   stream->reset();
   EXPECT_EQ(source.bytes, readString(*stream, 2000));
   stream.release()->close();
-  EXPECT_TRUE(source.closed);
+  EXPECT_EQ(1, source.closes);
 }
 
 TEST(KXCustomStreamSource, WithoutMarkerCallbacksIsOneWay) {
@@ -255,6 +255,21 @@ TEST(KXCustomStreamSource, ANegativeDeliveredCountFailsTheTransferInEveryMode) {
       delete stream;  // its byte count is beyond repair; nothing to release
     }
   }
+}
+
+// Strict validation refuses the close of an input stream of known length read part way, after
+// the close callback ran; the second close must not release the client's resources again.
+TEST(KXCustomStreamClose, ACloseCallbackThatSucceededIsNotCalledAgain) {
+  const kxtest::StrictModeScope strict(1);
+  Source source{"0123456789"};
+  auto* stream = openSource(source).release();
+  stream->GetInfo()->mStreamLen = 10;
+  EXPECT_EQ("0123", readString(*stream, 4));
+  EXPECT_STREQ("CloseProc: mStreamLen",
+               thrownBy<KXStreamMismatchException>([&] { stream->close(); }).GetMessage());
+  stream->SetWritable();
+  stream->close();
+  EXPECT_EQ(1, source.closes);
 }
 
 }  // namespace

@@ -7,7 +7,8 @@
 // A stream whose source or sink is five caller-supplied functions. Each protocol operation
 // calls its function with the stream's record; the record's mUserData carries the caller's
 // context. A null function falls back to the engine's default for that operation, so a stream
-// without the two marker functions is one-way.
+// without the two marker functions is one-way. A close function that succeeded is not called
+// again, even when the engine refuses that close and the stream is closed a second time.
 class KX_EXPORT KXCustomStream : public KXBasicGenericStream {
  public:
   // Stores the callbacks and the context, which stays the caller's: the stream never reads

@@ -2,18 +2,22 @@
 
 #include <gtest/gtest.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <regex>
 #include <string>
 #include <thread>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
 
 #include "KXSysDep.h"
+#include "KXTestSupport.h"
 
 namespace {
 
@@ -69,13 +73,13 @@ void makeUuidsInto(std::vector<UuidKey>& keys, int count) {
   }
 }
 
-TEST(Uuid, FieldsCarryVersionVariantMulticastNodeAndCurrentTime) {
+TEST(Uuid, FieldsCarryVersionVariantMarkedNodeAndCurrentTime) {
   for (int i = 0; i < 100; ++i) {
     kx_uuid_t uuid{};
     ASSERT_EQ(kx_uuid_create(&uuid), 1);
     EXPECT_EQ(uuid.time_hi_and_version & 0xF000, 0x1000);
     EXPECT_EQ(uuid.clock_seq_hi_and_reserved & 0xC0, 0x80);
-    EXPECT_EQ(uuid.node[0] & 0x80, 0x80) << "a hashed node must never look like a hardware address";
+    EXPECT_EQ(uuid.node[0] & 0x80, 0x80) << "the node's first byte carries the top bit";
     // The node is the digest's hexadecimal text, its first byte marked.
     for (int b = 0; b < 6; ++b) {
       const int digit = b == 0 ? uuid.node[0] & 0x7F : uuid.node[b];
@@ -133,6 +137,64 @@ TEST(Uuid, ConcurrentCreatorsGetDistinctTimeStamps) {
     }
   }
   EXPECT_EQ(stamps.size(), 4u * 20000u);
+}
+
+// Eight processes forked from one that already made a UUID, released at the same instant: the
+// time of day, the host name and the inherited rand() sequence are the same in all of them, so
+// only what each process draws for itself keeps their UUIDs apart.
+TEST(Uuid, ProcessesReleasedTogetherNeverShareOne) {
+  constexpr int kProcesses = 8;
+  constexpr size_t kMostPerProcess = 50000;
+  kx_uuid_t uuid{};
+  ASSERT_EQ(native_uuid_create(&uuid), 1);
+  int gate[2] = {-1, -1};
+  ASSERT_EQ(pipe(gate), 0);
+  std::vector<pid_t> children;
+  std::vector<int> results;
+  for (int i = 0; i < kProcesses; ++i) {
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(pipe(ends), 0);
+    children.push_back(kxtest::startChild([&] {
+      close(gate[1]);
+      char released = 0;
+      if (read(gate[0], &released, 1) != 0) return 1;  // returns when the gate closes
+      // For a while rather than a count, so that processes sharing a processor still overlap.
+      const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(20);
+      std::vector<kx_uuid_t> made;
+      while (std::chrono::steady_clock::now() < end && made.size() < kMostPerProcess) {
+        made.emplace_back();
+        native_uuid_create(&made.back());
+      }
+      const auto size = static_cast<ssize_t>(made.size() * sizeof(kx_uuid_t));
+      return write(ends[1], made.data(), static_cast<size_t>(size)) == size ? 0 : 2;
+    }));
+    close(ends[1]);
+    results.push_back(ends[0]);
+  }
+  close(gate[0]);
+  close(gate[1]);
+  // A time stamp met in another process must come with another node there.
+  std::unordered_map<uint64_t, std::pair<int, UuidKey>> byStamp;
+  UuidSet seen;
+  size_t made = 0;
+  int sharedNodes = 0;
+  for (int i = 0; i < kProcesses; ++i) {
+    for (ssize_t got = 0; (got = read(results[i], &uuid, sizeof uuid)) == sizeof uuid;) {
+      seen.insert(keyOf(uuid));
+      ++made;
+      const auto met = byStamp.emplace(timestampOf(uuid), std::make_pair(i, keyOf(uuid)));
+      const UuidKey& other = met.first->second.second;
+      sharedNodes += !met.second && met.first->second.first != i &&
+                             memcmp(reinterpret_cast<const char*>(&other.second) + 2, uuid.node,
+                                    sizeof uuid.node) == 0
+                         ? 1
+                         : 0;
+    }
+    close(results[i]);
+    EXPECT_EQ(kxtest::waitChild(children[i]), 0);
+  }
+  EXPECT_EQ(seen.size(), made);
+  EXPECT_EQ(sharedNodes, 0);
 }
 
 TEST(SysDep, ClocksAgreeWithTheSystemTime) {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <iterator>
 
 #include <stdio_ext.h>
@@ -47,12 +46,6 @@ bool isAcceptedPermission(const char* perm, int mode) {
 }
 
 bool isAppend(const char* perm) { return perm != nullptr && isOneOf(perm, kAppendPermissions); }
-
-const char* systemReason(int error) {
-  // The thread-safe variant; the GNU form returns the text rather than filling the buffer.
-  static thread_local char text[128];
-  return strerror_r(error, text, sizeof text);
-}
 
 // Which record fields an in-out stream hands to its reading half and takes back.
 enum RecordField : unsigned {
@@ -103,6 +96,13 @@ int64_t writeFully(int descriptor, const char* bytes, int64_t count) {
     written += result;
   }
   return written;
+}
+
+// A failed cut carries code 0 and no message, as documented.
+void cutFile(int descriptor, int64_t length) {
+  if (kx_ftruncate(descriptor, length) != 0) {
+    KX_RAISE(KXFileSystemException, 0).raise();
+  }
 }
 
 ssize_t readRetryingInterrupts(int descriptor, char* buffer, int64_t count) {
@@ -278,28 +278,23 @@ void KXFileStream::initFileBacked() {
 void KXFileStream::placeRange(int64_t size) {
   const int64_t start = mStreamInfo.mStreamPos;
   const int64_t ceiling = mFileInfo.mMaxFileLength;
-  // An empty file or a device reads as size 0: a start beyond it has nothing to address either.
-  if (size < start || (ceiling != -1 && ceiling <= start)) {
+  // A size of 0 is not compared with the start: an empty file may be written from any offset,
+  // and a device reads as size 0 whatever it holds.
+  if ((size > 0 && size < start) || (ceiling != -1 && ceiling <= start)) {
     KX_RAISE(KXParameterException, 0).message("invalid mStreamPos offset (%ld)", start).raise();
   }
   mFileInfo.mStartOffset = start;
   mFileInfo.mFilePos = 0;
   mStreamInfo.mStreamPos = 0;
   if (mStreamInfo.mStreamLen == -1) {
+    // Only a start past a size of 0 computes a negative length: the range has no end to use.
     mStreamInfo.mStreamLen = size - start;
+    if (mStreamInfo.mStreamLen < 0) {
+      KX_RAISE(KXParameterException, 0).message("invalid mStreamLen").raise();
+    }
   } else if (mStreamInfo.mReadFlag != 0 &&
              (mStreamInfo.mStreamLen < 0 || mStreamInfo.mStreamLen > size)) {
     KX_RAISE(KXParameterException, 0).message("invalid mStreamLen").raise();
-  }
-}
-
-// A failed cut carries no message and code 0, as documented; the trace names file and reason.
-void KXFileStream::cutFile(int descriptor, int64_t length) const {
-  if (kx_ftruncate(descriptor, length) != 0) {
-    const int error = errno;
-    KX_RAISE(KXFileSystemException, 0)
-        .trace("kx_ftruncate(%s, %ld): %s", mPath, static_cast<long>(length), systemReason(error))
-        .raise();
   }
 }
 
@@ -337,7 +332,6 @@ void KXFileStream::seekToStart() {
     const int error = errno;
     KX_RAISE(KXFileSystemException, error)
         .message("lseek failed (offset %ld)", static_cast<long>(offset))
-        .trace("%s", mPath)
         .raise();
   }
 }
@@ -484,9 +478,7 @@ int KXFileStream::_close() {
 
 KXBool KXFileStream::isWriteAllowed() {
   if (mIoFlag == eIn) {
-    KX_RAISE(KXFileSystemException, KX_FILESYSTEM_ERR)
-        .trace("KXFileStream.isWriteAllowed(%s)", KXStringConversion::toString(mPath))
-        .raise();
+    KX_RAISE(KXFileSystemException, KX_FILESYSTEM_ERR).raise();
   }
   return 1;
 }

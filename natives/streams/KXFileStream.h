@@ -91,7 +91,6 @@ class KX_EXPORT KXFileStream : public KXBasicGenericStream {
   void checkOutputRange() const;
   void placeRange(int64_t size);
   void limitOutputLength(int64_t size);
-  void cutFile(int descriptor, int64_t length) const;
   void placeAppendStart();
   void seekToStart();
   int resynchronise();

@@ -40,11 +40,10 @@ class KX_EXPORT KXTempStream : public KXBasicGenericStream {
   ~KXTempStream() override;
 
  protected:
+  enum class FileDirection { kNone, kReading, kWriting };
+
   KXTempStreamInfo mTempStreamInfo;
   int mMemSize;
-
- private:
-  enum class FileDirection { kNone, kReading, kWriting };
 
   void zeroGapBeforePosition();
   int readFromFile(int64_t count);

@@ -81,12 +81,21 @@ class KX_EXPORT KXBasicGenericStream {
   virtual ~KXBasicGenericStream() = 0;
 
   KXStreamInfo* GetInfo() const;
+  // One half of a transfer: the kind's buffer and count in the record. An input kind that
+  // reports a negative count fails it with KXStreamException (code 0), in every mode.
   KXStreamInfo* prepareBuffer();
   KXStreamInfo* complete();
   int read(void* buffer, int length);
+  // Hands buffer to the kind in one transfer and returns the count written. The record does not
+  // keep pointing at buffer afterwards.
   long write(void* buffer, int length);
 
   void SetMark();
+  // Goes to offset and marks it there; 0 is reset(). Moving forward skips the bytes without
+  // counting them as read, so in strict mode closing an input stream of known length then
+  // throws KXStreamMismatchException ("CloseProc: mStreamLen"): reset() before close(), or
+  // read the bytes to skip. A stream array returns its members to their own marks instead of
+  // going to offset (see KXStreamArray).
   void SetMark(long offset);
   void resetMark();
   void reset();
@@ -105,7 +114,10 @@ class KX_EXPORT KXBasicGenericStream {
   int noReadPrepBuffer();
 
   // Content identifier: the MD5 digest of the bytes from the current position up to maxLength
-  // bytes (negative: no limit) or the end. calcID leaves the stream where it was.
+  // bytes or the end. calcID leaves the stream where it was. A negative maxLength digests at
+  // most 2147483647 bytes: for longer content pass the length (GetLength() - GetStreamPos(),
+  // or LONG_MAX when it is unknown). A cached input stream ends at a cache boundary (see
+  // KXCachedInputStream).
   void calcID(KXObjectGuid& id, long maxLength);
   long calcIDWithChangeMark(KXObjectGuid& id, long maxLength);
 

@@ -8,6 +8,12 @@
 // through its own engine operations, the consumer gets pointers into the cache, and marks are
 // offsets in the cache, so returning to a mark never asks the wrapped stream to rewind. The
 // wrapped stream stays the caller's: initialised before this one, closed after it.
+//
+// A transfer never spans a refill: a request larger than what the cache still holds gets the
+// rest of the cache with end of stream set, and nothing more until a reset. So read() with a
+// count that does not divide the cache size stops at the first cache boundary, and calcID()
+// (whose request is never a divisor) digests one cache. Read in counts that divide the cache
+// size, and take the identifier of the wrapped stream itself.
 class KX_EXPORT KXCachedInputStream : public KXBasicGenericStream {
  public:
   struct KXCacheInfo {

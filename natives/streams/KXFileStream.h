@@ -9,7 +9,11 @@
 
 // A stream over an operating-system file descriptor: a whole file or a byte range of one, read,
 // written or both, or the process's standard output or standard error. Nothing is opened before
-// init(); close() releases the descriptor, the buffer and the reading half.
+// init(); close() releases the descriptor, the buffer and the reading half. It needs a regular
+// file, whose size and offsets hold: for pipes, devices and pseudo-files (/proc, /sys) use
+// `KXDescriptorStream` (KXStreams::createDescriptorStream). Standard output and error are
+// written straight to their descriptors, after what the process buffered there through stdio,
+// and interrupted writes are retried: a byte reported written has been written.
 class KX_EXPORT KXFileStream : public KXBasicGenericStream {
  public:
   enum EIoFlag : int { eIn = 0, eOut = 1, eInOut = 2, eStdout = 3, eStderr = 4 };
@@ -35,7 +39,10 @@ class KX_EXPORT KXFileStream : public KXBasicGenericStream {
   KXFileStream(const char* inPath, const char* inPerm, long pBuffSize, EIoFlag inIoFlag,
                long streamPos, long streamLen, long inMaxFileLength);
   // A whole file, or standard output or error (path and permission string may then be null).
-  // inIsReader marks the reading half that an in-out stream makes for itself.
+  // inIsReader marks the reading half that an in-out stream makes for itself. An append
+  // permission ("a", "ab", "a+", "ab+", "a+b") puts the stream at the file's end once, at
+  // init(), without O_APPEND: writes land at the stream's position, over anything another
+  // writer appended meanwhile. Give such a file one writer at a time.
   KXFileStream(const char* inPath, const char* inPerm, long pBuffSize, EIoFlag inIoFlag,
                unsigned char inIsReader);
 

@@ -6,7 +6,10 @@
 
 // Several input streams read one after the other as one. The members stay the caller's: the
 // array never initialises, closes or deletes them, and reaches them only through their public
-// engine operations, so any kind (an array included) can be a member.
+// engine operations, so any kind (an array included) can be a member. SetMark(long offset) with
+// an offset above 0 does not go to offset: it returns every member to its own last mark, as
+// resetMark() does, while the array's position reads offset. Come back to a place with SetMark()
+// and resetMark(), and to the start with reset().
 class KX_EXPORT KXStreamArray : public KXBasicGenericStream {
  public:
   // The first count pointers of streams, copied. A negative count or a null member is refused

@@ -431,7 +431,7 @@ void ignoreSignal(int /*signal*/) {}
 // A signal every millisecond, without SA_RESTART, interrupts the writes while a slow reader
 // drains the pipe: every write still reports all its bytes, and the reader gets them all.
 TEST(KXFileStreamStandard, WritesEveryByteThroughSignalsOverASlowPipe) {
-  const std::string payload = kxtest::randomBytes(64 * 16384, 9);
+  const std::string payload = kxtest::randomBytes(size_t{64} * 16384, 9);
   for (Flag flag : {eStdout, eStderr}) {
     int ends[2] = {-1, -1};
     ASSERT_EQ(0, pipe(ends));
@@ -446,7 +446,9 @@ TEST(KXFileStreamStandard, WritesEveryByteThroughSignalsOverASlowPipe) {
       setitimer(ITIMER_REAL, &everyMillisecond, nullptr);
       StreamPtr stream = open(at(nullptr, nullptr, flag));
       for (size_t offset = 0; offset < payload.size(); offset += 16384) {
-        if (writeBytes(*stream, payload.substr(offset, 16384)) != 16384) return 1;
+        if (writeBytes(*stream, payload.substr(offset, 16384)) != 16384) {
+          return 1;
+        }
       }
       return 0;
     });

@@ -1,9 +1,11 @@
 #include "UUID.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <array>
 #include <cctype>
 #include <cerrno>
 #include <chrono>
@@ -147,6 +149,17 @@ TEST(Uuid, ProcessesReleasedTogetherNeverShareOne) {
   constexpr size_t kMostPerProcess = 50000;
   kx_uuid_t uuid{};
   ASSERT_EQ(native_uuid_create(&uuid), 1);
+  cpu_set_t available;
+  ASSERT_EQ(sched_getaffinity(0, sizeof available, &available), 0);
+  std::vector<int> processors;
+  for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+    if (CPU_ISSET(cpu, &available)) {
+      processors.push_back(cpu);
+    }
+  }
+  if (processors.size() < 2) {
+    GTEST_SKIP() << "needs two processors to run processes at the same instant";
+  }
   int gate[2] = {-1, -1};
   ASSERT_EQ(pipe(gate), 0);
   std::vector<pid_t> children;
@@ -155,11 +168,18 @@ TEST(Uuid, ProcessesReleasedTogetherNeverShareOne) {
     int ends[2] = {-1, -1};
     ASSERT_EQ(pipe(ends), 0);
     children.push_back(kxtest::startChild([&] {
+      // Spread over the processors, so that some of them run at the same microsecond.
+      cpu_set_t one;
+      CPU_ZERO(&one);
+      CPU_SET(processors[static_cast<size_t>(i) % processors.size()], &one);
+      sched_setaffinity(0, sizeof one, &one);
       close(gate[1]);
       char released = 0;
-      if (read(gate[0], &released, 1) != 0) return 1;  // returns when the gate closes
+      if (read(gate[0], &released, 1) != 0) {  // returns when the gate closes
+        return 1;
+      }
       // For a while rather than a count, so that processes sharing a processor still overlap.
-      const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(20);
+      const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
       std::vector<kx_uuid_t> made;
       while (std::chrono::steady_clock::now() < end && made.size() < kMostPerProcess) {
         made.emplace_back();
@@ -173,28 +193,31 @@ TEST(Uuid, ProcessesReleasedTogetherNeverShareOne) {
   }
   close(gate[0]);
   close(gate[1]);
-  // A time stamp met in another process must come with another node there.
-  std::unordered_map<uint64_t, std::pair<int, UuidKey>> byStamp;
+  // A time stamp met in another process must come with another node there; the hashed node has
+  // 24 bits, so a match by chance stays allowed, far below one in a thousand.
+  using Node = std::array<uint8_t, sizeof(kx_uuid_t::node)>;
+  std::unordered_map<uint64_t, std::pair<int, Node>> byStamp;
   UuidSet seen;
   size_t made = 0;
+  int sameStamps = 0;
   int sharedNodes = 0;
   for (int i = 0; i < kProcesses; ++i) {
-    for (ssize_t got = 0; (got = read(results[i], &uuid, sizeof uuid)) == sizeof uuid;) {
+    while (read(results[i], &uuid, sizeof uuid) == static_cast<ssize_t>(sizeof uuid)) {
       seen.insert(keyOf(uuid));
       ++made;
-      const auto met = byStamp.emplace(timestampOf(uuid), std::make_pair(i, keyOf(uuid)));
-      const UuidKey& other = met.first->second.second;
-      sharedNodes += !met.second && met.first->second.first != i &&
-                             memcmp(reinterpret_cast<const char*>(&other.second) + 2, uuid.node,
-                                    sizeof uuid.node) == 0
-                         ? 1
-                         : 0;
+      Node node{};
+      memcpy(node.data(), uuid.node, node.size());
+      const auto met = byStamp.emplace(timestampOf(uuid), std::make_pair(i, node));
+      if (!met.second && met.first->second.first != i) {
+        ++sameStamps;
+        sharedNodes += met.first->second.second == node ? 1 : 0;
+      }
     }
     close(results[i]);
     EXPECT_EQ(kxtest::waitChild(children[i]), 0);
   }
   EXPECT_EQ(seen.size(), made);
-  EXPECT_EQ(sharedNodes, 0);
+  EXPECT_LE(sharedNodes * 1000, sameStamps) << sharedNodes << " of " << sameStamps;
 }
 
 TEST(SysDep, ClocksAgreeWithTheSystemTime) {

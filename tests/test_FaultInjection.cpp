@@ -103,7 +103,10 @@ TEST(FaultInjection, TooFewDescriptorsFailTheOpenWithEMFILENamingThePath) {
               } catch (const KXFileSystemException&) {
               }
               missing->close();
-              if (setrlimit(RLIMIT_NOFILE, &tight) != 0) return 1;
+              if (setrlimit(RLIMIT_NOFILE, &tight) != 0) {
+                stream->close();
+                return 1;
+              }
               try {
                 stream->init();
                 return 2;

@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <functional>
 #include <string>
 
 #include "KXFileStream.h"
@@ -33,24 +32,6 @@ Exception thrownBy(Operation operation) {
   return Exception(-1);
 }
 
-// Runs body in a child process, whose process limits it may change freely; body returns the
-// child's exit status, 0 for success, a distinct number for each failed check.
-int inChild(const std::function<int()>& body) {
-  fflush(nullptr);
-  const pid_t child = fork();
-  if (child == 0) {
-    int status = 99;
-    try {
-      status = body();
-    } catch (...) {
-    }
-    _exit(status);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
 TEST(FaultInjection, AFullDeviceRefusesTheWriteNamesENOSPCAndKeepsTheStreamUsable) {
   StreamPtr<KXFileStream> stream(new KXFileStream("/dev/full", "w", 0, KXFileStream::eOut, 0));
   stream->init();
@@ -67,26 +48,38 @@ TEST(FaultInjection, AFullDeviceRefusesTheWriteNamesENOSPCAndKeepsTheStreamUsabl
 }
 
 // The file part is refused by a file size limit (SIGXFSZ ignored, so the write fails with
-// EFBIG instead of killing the process): the failure reaches the caller and what the memory
-// part accepted reads back.
-TEST(FaultInjection, ARefusedSpillFailsTheWriteAndKeepsWhatWasAccepted) {
+// EFBIG instead of killing the process). Every byte accepted before, in memory and in the file,
+// reads back at its own position, and the refused write, retried once the limit is lifted,
+// lands where the stream stands.
+TEST(FaultInjection, ARefusedSpillKeepsEveryAcceptedByteAndARetryLandsAtThePosition) {
   EXPECT_EQ(0, inChild([] {
               signal(SIGXFSZ, SIG_IGN);
-              const rlimit small{100, 100};
+              rlimit normal{};
+              getrlimit(RLIMIT_FSIZE, &normal);
+              const rlimit small{10000, normal.rlim_max};
               if (setrlimit(RLIMIT_FSIZE, &small) != 0) return 1;
               auto* stream = new KXTempStream(64);
               stream->init();
-              std::string head = randomBytes(64, 1);
-              std::string tail = randomBytes(40000, 2);  // past stdio's buffer: written at once
-              stream->write(&head[0], 64);
-              try {
-                stream->write(&tail[0], static_cast<int>(tail.size()));
-                return 2;
-              } catch (const KXStreamException& e) {
-                if (e.GetCode() != EFBIG) return 3;
-              }
+              std::string accepted = randomBytes(6000, 1);  // 64 in memory, the rest in the file
+              std::string refused = randomBytes(40000, 2);
+              stream->write(&accepted[0], 6000);
+              const auto refusedAtTheEnd = [&] {
+                try {
+                  stream->write(&refused[0], 40000);
+                  return false;
+                } catch (const KXStreamException& e) {
+                  return e.GetCode() == EFBIG && stream->GetStreamPos() == 6000 &&
+                         stream->GetLength() == 6000;
+                }
+              };
+              if (!refusedAtTheEnd()) return 2;
               stream->reset();
-              if (readString(*stream, 64) != head) return 4;
+              if (readString(*stream, 100000) != accepted) return 3;
+              if (!refusedAtTheEnd()) return 4;
+              if (setrlimit(RLIMIT_FSIZE, &normal) != 0) return 5;
+              stream->write(&refused[0], 40000);
+              stream->reset();
+              if (readString(*stream, 100000) != accepted + refused) return 6;
               stream->close();
               return 0;
             }));
@@ -110,7 +103,10 @@ TEST(FaultInjection, TooFewDescriptorsFailTheOpenWithEMFILENamingThePath) {
               } catch (const KXFileSystemException&) {
               }
               missing->close();
-              if (setrlimit(RLIMIT_NOFILE, &tight) != 0) return 1;
+              if (setrlimit(RLIMIT_NOFILE, &tight) != 0) {
+                stream->close();
+                return 1;
+              }
               try {
                 stream->init();
                 return 2;

@@ -130,7 +130,12 @@ TEST(KXCachedInputStream, SetMarkToAPositionOlderThanTheLatestRefillIsRefused) {
   StreamPtr<KXCachedInputStream> stream = openCache(*source);
   transfer(*stream, 16384);
   transfer(*stream, 1000);
-  thrownBy<KXMarkRequiredException>([&] { stream->SetMark(100); });
+  {
+    const LogCapture log;
+    thrownBy<KXMarkRequiredException>([&] { stream->SetMark(100); });
+    EXPECT_EQ(1, log.count("before reset {"));
+    EXPECT_EQ(1, log.count("after reset {")) << "a refused reset is traced on both sides";
+  }
   EXPECT_EQ(17384, stream->GetStreamPos());
   EXPECT_EQ(content.substr(17384, 500), transfer(*stream, 500));
 }

@@ -5,11 +5,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <functional>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <utility>
 
 #include "KXException.h"
+#include "KXObjectGuid.h"
 #include "KXProbeStream.h"
 #include "KXTestSupport.h"
 
@@ -21,7 +24,7 @@ using kxtest::thrownBy;
 struct Source {
   std::string bytes;
   long status = 0;  // what every callback returns once it has done its work
-  bool closed = false;
+  int closes = 0;
 };
 
 Source& sourceOf(KXStreamInfo* info) {
@@ -48,7 +51,7 @@ long sourceSetMarker(KXStreamInfo* info) {
 long sourceResetMarker(KXStreamInfo* info) { return sourceOf(info).status; }
 
 long sourceClose(KXStreamInfo* info) {
-  sourceOf(info).closed = true;
+  ++sourceOf(info).closes;
   return sourceOf(info).status;
 }
 
@@ -85,7 +88,7 @@ TEST(KXCustomStreamSource, ReadsAndReturnsToItsMarksThroughTheContext) {
   stream->reset();
   EXPECT_EQ(source.bytes, readString(*stream, 2000));
   stream.release()->close();
-  EXPECT_TRUE(source.closed);
+  EXPECT_EQ(1, source.closes);
 }
 
 TEST(KXCustomStreamSource, WithoutMarkerCallbacksIsOneWay) {
@@ -173,6 +176,100 @@ TEST(KXCustomStreamStrict, WithoutStrictModeTheEngineRecordsTheMark) {
   EXPECT_EQ("01", readString(*stream, 2));
   stream->SetMark();
   EXPECT_EQ(2, stream->GetInfo()->mMarkerPos);
+}
+
+// Points mBuffer at its four bytes once and afterwards only refills them, which the record
+// allows: "aaaa", "bbbb", "cccc", then the end.
+struct Refills {
+  char bytes[4] = {};
+  int count = 0;
+};
+
+long refillInPlace(KXStreamInfo* info) {
+  auto& source = *static_cast<Refills*>(const_cast<void*>(info->mUserData));
+  if (source.count == 0) {
+    info->mBuffer = source.bytes;
+  }
+  std::fill(std::begin(source.bytes), std::end(source.bytes),
+            static_cast<char>('a' + source.count));
+  ++source.count;
+  info->mTransferLen = std::min<int64_t>(info->mTransferLen, 4);
+  info->mStreamPos += info->mTransferLen;
+  info->mAtEOF = source.count == 3 ? 1 : 0;
+  return 0;
+}
+
+TEST(KXCustomStreamSource, ABufferPointedAtOnceAndRefilledServesEveryTransfer) {
+  const std::function<std::string(KXCustomStream&)> consumers[] = {
+      [](KXCustomStream& stream) { return readString(stream, 12); },
+      [](KXCustomStream& stream) {
+        KXObjectGuid id;
+        stream.SetReadable();
+        EXPECT_EQ(12, stream.calcIDWithChangeMark(id, -1));
+        return std::string(id.GetID());
+      }};
+  const std::string expected[] = {"aaaabbbbcccc", "ccb3bf4d77b887690b3b89663823d13d"};
+  for (size_t row = 0; row < 2; ++row) {
+    Refills source;
+    StreamPtr stream(
+        new KXCustomStream(refillInPlace, nullptr, nullptr, nullptr, nullptr, &source));
+    stream->init();
+    EXPECT_EQ(expected[row], consumers[row](*stream));
+  }
+}
+
+// Hands out its buffer with read(2)'s -1 passed through as the count; gives up with status 5
+// after 100 calls, so that a consumer that loops on it ends.
+struct FailedReads {
+  char buffer[16] = {};
+  int calls = 0;
+};
+
+long deliverMinusOne(KXStreamInfo* info) {
+  auto& source = *static_cast<FailedReads*>(const_cast<void*>(info->mUserData));
+  info->mBuffer = source.buffer;
+  info->mTransferLen = -1;
+  info->mStreamPos -= 1;
+  return ++source.calls > 100 ? 5 : 0;
+}
+
+TEST(KXCustomStreamSource, ANegativeDeliveredCountFailsTheTransferInEveryMode) {
+  const std::function<void(KXCustomStream&)> consumers[] = {
+      [](KXCustomStream& stream) { EXPECT_EQ("", readString(stream, 12)); },
+      [](KXCustomStream& stream) {
+        KXObjectGuid id;
+        stream.SetReadable();
+        stream.calcIDWithChangeMark(id, -1);
+      }};
+  for (KXBool strict : {KXBool(0), KXBool(1)}) {
+    for (const auto& consume : consumers) {
+      const kxtest::StrictModeScope mode(strict);
+      FailedReads source;
+      auto* stream =
+          new KXCustomStream(deliverMinusOne, nullptr, nullptr, nullptr, nullptr, &source);
+      stream->init();
+      const auto refused = thrownBy<KXStreamException>([&] { consume(*stream); });
+      EXPECT_EQ(0, refused.GetCode()) << refused.what();
+      EXPECT_STREQ("negative byte count delivered (-1)", refused.GetMessage());
+      EXPECT_EQ(1, source.calls);
+      delete stream;  // its byte count is beyond repair; nothing to release
+    }
+  }
+}
+
+// Strict validation refuses the close of an input stream of known length read part way, after
+// the close callback ran; the second close must not release the client's resources again.
+TEST(KXCustomStreamClose, ACloseCallbackThatSucceededIsNotCalledAgain) {
+  const kxtest::StrictModeScope strict(1);
+  Source source{"0123456789"};
+  auto* stream = openSource(source).release();
+  stream->GetInfo()->mStreamLen = 10;
+  EXPECT_EQ("0123", readString(*stream, 4));
+  EXPECT_STREQ("CloseProc: mStreamLen",
+               thrownBy<KXStreamMismatchException>([&] { stream->close(); }).GetMessage());
+  stream->SetWritable();
+  stream->close();
+  EXPECT_EQ(1, source.closes);
 }
 
 }  // namespace

@@ -58,6 +58,16 @@ TEST(KXException, WhatNamesClassCodeAndCurrentMessage) {
   exception.SetMessage("replaced");
   EXPECT_NE(std::string(exception.what()).find("replaced"), std::string::npos);
 
+  // Assigned, directly or through the root class: the text is the assigned exception's.
+  KXStreamException assigned(-10027);
+  assigned.SetMessage("assigned");
+  exception = assigned;
+  EXPECT_STREQ(assigned.what(), exception.what());
+  KXStreamException throughRoot(0);
+  (void)throughRoot.what();
+  static_cast<KXException&>(throughRoot) = assigned;  // NOLINT(cppcoreguidelines-slicing)
+  EXPECT_STREQ(assigned.what(), throughRoot.what());
+
   // A positive code is the system's error number: its reason is spelled out.
   const KXFileSystemException missing(ENOENT);
   EXPECT_NE(std::string(missing.what()).find("No such file or directory"), std::string::npos);

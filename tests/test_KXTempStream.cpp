@@ -164,4 +164,21 @@ TEST(KXTempStream, SecondInitKeepsContentAndGapsReadAsZeros) {
   EXPECT_EQ(std::string("abc\0\0z", 6), readString(*stream, 10));
 }
 
+// A kind keeps no private state: a class derived from it (a probe, a client's own kind) reaches
+// all of it, here the direction the temporary file was last used in.
+class TempProbe : public KXTempStream {
+ public:
+  using KXTempStream::KXTempStream;
+  bool fileIsWriting() const { return mFileDirection == FileDirection::kWriting; }
+};
+
+TEST(KXTempStream, ADerivedKindSeesTheFileTurnedToWritingUntilAReset) {
+  StreamPtr<TempProbe> stream(new TempProbe(16));
+  stream->init();
+  writeAll(*stream, randomBytes(100, 3));
+  EXPECT_TRUE(stream->fileIsWriting());
+  stream->reset();
+  EXPECT_FALSE(stream->fileIsWriting());
+}
+
 }  // namespace

@@ -1,19 +1,25 @@
 #include "UUID.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/time.h>
+#include <unistd.h>
 
+#include <array>
 #include <cctype>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <regex>
 #include <string>
 #include <thread>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
 
 #include "KXSysDep.h"
+#include "KXTestSupport.h"
 
 namespace {
 
@@ -69,13 +75,13 @@ void makeUuidsInto(std::vector<UuidKey>& keys, int count) {
   }
 }
 
-TEST(Uuid, FieldsCarryVersionVariantMulticastNodeAndCurrentTime) {
+TEST(Uuid, FieldsCarryVersionVariantMarkedNodeAndCurrentTime) {
   for (int i = 0; i < 100; ++i) {
     kx_uuid_t uuid{};
     ASSERT_EQ(kx_uuid_create(&uuid), 1);
     EXPECT_EQ(uuid.time_hi_and_version & 0xF000, 0x1000);
     EXPECT_EQ(uuid.clock_seq_hi_and_reserved & 0xC0, 0x80);
-    EXPECT_EQ(uuid.node[0] & 0x80, 0x80) << "a hashed node must never look like a hardware address";
+    EXPECT_EQ(uuid.node[0] & 0x80, 0x80) << "the node's first byte carries the top bit";
     // The node is the digest's hexadecimal text, its first byte marked.
     for (int b = 0; b < 6; ++b) {
       const int digit = b == 0 ? uuid.node[0] & 0x7F : uuid.node[b];
@@ -133,6 +139,85 @@ TEST(Uuid, ConcurrentCreatorsGetDistinctTimeStamps) {
     }
   }
   EXPECT_EQ(stamps.size(), 4u * 20000u);
+}
+
+// Eight processes forked from one that already made a UUID, released at the same instant: the
+// time of day, the host name and the inherited rand() sequence are the same in all of them, so
+// only what each process draws for itself keeps their UUIDs apart.
+TEST(Uuid, ProcessesReleasedTogetherNeverShareOne) {
+  constexpr int kProcesses = 8;
+  constexpr size_t kMostPerProcess = 50000;
+  kx_uuid_t uuid{};
+  ASSERT_EQ(native_uuid_create(&uuid), 1);
+  cpu_set_t available;
+  ASSERT_EQ(sched_getaffinity(0, sizeof available, &available), 0);
+  std::vector<int> processors;
+  for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+    if (CPU_ISSET(cpu, &available)) {
+      processors.push_back(cpu);
+    }
+  }
+  if (processors.size() < 2) {
+    GTEST_SKIP() << "needs two processors to run processes at the same instant";
+  }
+  int gate[2] = {-1, -1};
+  ASSERT_EQ(pipe(gate), 0);
+  std::vector<pid_t> children;
+  std::vector<int> results;
+  for (int i = 0; i < kProcesses; ++i) {
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(pipe(ends), 0);
+    children.push_back(kxtest::startChild([&] {
+      // Spread over the processors, so that some of them run at the same microsecond.
+      cpu_set_t one;
+      CPU_ZERO(&one);
+      CPU_SET(processors[static_cast<size_t>(i) % processors.size()], &one);
+      sched_setaffinity(0, sizeof one, &one);
+      close(gate[1]);
+      char released = 0;
+      if (read(gate[0], &released, 1) != 0) {  // returns when the gate closes
+        return 1;
+      }
+      // For a while rather than a count, so that processes sharing a processor still overlap.
+      const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
+      std::vector<kx_uuid_t> made;
+      while (std::chrono::steady_clock::now() < end && made.size() < kMostPerProcess) {
+        made.emplace_back();
+        native_uuid_create(&made.back());
+      }
+      const auto size = static_cast<ssize_t>(made.size() * sizeof(kx_uuid_t));
+      return write(ends[1], made.data(), static_cast<size_t>(size)) == size ? 0 : 2;
+    }));
+    close(ends[1]);
+    results.push_back(ends[0]);
+  }
+  close(gate[0]);
+  close(gate[1]);
+  // A time stamp met in another process must come with another node there; the hashed node has
+  // 24 bits, so a match by chance stays allowed, far below one in a thousand.
+  using Node = std::array<uint8_t, sizeof(kx_uuid_t::node)>;
+  std::unordered_map<uint64_t, std::pair<int, Node>> byStamp;
+  UuidSet seen;
+  size_t made = 0;
+  int sameStamps = 0;
+  int sharedNodes = 0;
+  for (int i = 0; i < kProcesses; ++i) {
+    while (read(results[i], &uuid, sizeof uuid) == static_cast<ssize_t>(sizeof uuid)) {
+      seen.insert(keyOf(uuid));
+      ++made;
+      Node node{};
+      memcpy(node.data(), uuid.node, node.size());
+      const auto met = byStamp.emplace(timestampOf(uuid), std::make_pair(i, node));
+      if (!met.second && met.first->second.first != i) {
+        ++sameStamps;
+        sharedNodes += met.first->second.second == node ? 1 : 0;
+      }
+    }
+    close(results[i]);
+    EXPECT_EQ(kxtest::waitChild(children[i]), 0);
+  }
+  EXPECT_EQ(seen.size(), made);
+  EXPECT_LE(sharedNodes * 1000, sameStamps) << sharedNodes << " of " << sameStamps;
 }
 
 TEST(SysDep, ClocksAgreeWithTheSystemTime) {

@@ -1,5 +1,6 @@
 #include "UUID.h"
 
+#include <sys/random.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -25,7 +26,8 @@ constexpr size_t kHostNameLimit = 256;
 constexpr size_t kDigestTextSize = 32;
 constexpr size_t kTextBufferSize = 128;
 
-constexpr uint8_t kMulticastBit = 0x80;
+// The top bit of the node's first byte is set (the multicast bit of RFC 4122 is 0x01, not this).
+constexpr uint8_t kNodeMarkBit = 0x80;
 constexpr uint16_t kVersionTimeBased = 0x1000;
 constexpr uint8_t kVariantRfc4122 = 0x80;
 
@@ -37,6 +39,29 @@ uint64_t sTimeLast = 0;
 uint16_t sUuidsThisTick = 0;
 bool sRandomSeeded = false;
 uint64_t sLastStamp = 0;
+
+// What tells this process from every other one that makes UUIDs in the same microsecond on the
+// same host, where time of day, host name and the rand() sequence (inherited through fork, or
+// seeded from the same clock reading) are all alike. Drawn once per process, again after fork.
+struct ProcessEntropy {
+  pid_t pid;
+  unsigned char random[16];
+};
+ProcessEntropy sEntropy{};
+
+// Caller holds sGeneratorLock.
+const ProcessEntropy& processEntropy() {
+  const pid_t pid = getpid();
+  if (sEntropy.pid != pid) {
+    sEntropy.pid = pid;
+    // Without getrandom the process id alone still tells the processes of one host apart.
+    if (getrandom(sEntropy.random, sizeof sEntropy.random, 0) !=
+        static_cast<ssize_t>(sizeof sEntropy.random)) {
+      memset(sEntropy.random, 0, sizeof sEntropy.random);
+    }
+  }
+  return sEntropy;
+}
 
 // Caller holds sGeneratorLock. The clock counts microseconds only, so UUIDs made within one
 // reading are told apart by a counter added to it.
@@ -81,6 +106,7 @@ uint16_t kx_true_random() {
 struct ClockReadings {
   uint64_t timestamp;
   uint16_t random;
+  ProcessEntropy entropy;
 };
 
 ClockReadings takeClockReadings() {
@@ -88,18 +114,20 @@ ClockReadings takeClockReadings() {
   ClockReadings readings{};
   kx_get_current_time(&readings.timestamp);
   readings.random = kx_true_random();
+  readings.entropy = processEntropy();
   return readings;
 }
 
-// Without a digest the node still needs the multicast bit; random bytes keep it varied.
-void fillRandomNode(uint8_t* node) {
+// Without a digest the node is drawn from rand(), whose sequence other processes may share, so
+// the process's own bytes are mixed in.
+void fillRandomNode(uint8_t* node, const ProcessEntropy& entropy) {
   std::lock_guard<std::mutex> guard(sGeneratorLock);
   for (size_t i = 0; i < sizeof(kx_uuid_t::node); ++i) {
-    node[i] = static_cast<uint8_t>(kx_true_random());
+    node[i] = static_cast<uint8_t>(kx_true_random() ^ entropy.random[i]);
   }
 }
 
-void fillSeedRecord(char* record) {
+void fillSeedRecord(char* record, const ProcessEntropy& entropy) {
   memset(record, 0, kSeedRecordSize);
   struct timeval now {};
   (void)gettimeofday(&now, nullptr);
@@ -108,18 +136,24 @@ void fillSeedRecord(char* record) {
   memcpy(record, &seconds, sizeof seconds);
   memcpy(record + sizeof seconds, &microseconds, sizeof microseconds);
   // A truncated name may lack its NUL; the zeroed tail of the record keeps reads in bounds.
-  (void)gethostname(record + kSeedTimeSize, kHostNameLimit);
+  char* name = record + kSeedTimeSize;
+  (void)gethostname(name, kHostNameLimit);
+  // The process's own bytes follow the name's NUL, as many as fit (at least 8: the name's
+  // room ends 8 bytes before the record does).
+  char* after = name + std::min(strnlen(name, kHostNameLimit) + 1, kHostNameLimit);
+  memcpy(after, &entropy,
+         std::min(sizeof entropy, static_cast<size_t>(record + kSeedRecordSize - after)));
 }
 
-void fillHashedNode(uint8_t* node) {
+void fillHashedNode(uint8_t* node, const ProcessEntropy& entropy) {
   void* context = KXMD5CreateContext();
   if (context == nullptr) {
     errno = ENOMEM;
-    fillRandomNode(node);
+    fillRandomNode(node, entropy);
     return;
   }
   char record[kSeedRecordSize];
-  fillSeedRecord(record);
+  fillSeedRecord(record, entropy);
   char digest[kDigestTextSize] = {};
   (void)KXMD5Update(context, record, kSeedRecordSize);
   (void)KXMD5Complete(context, 'x', digest, kDigestTextSize);
@@ -139,8 +173,8 @@ int native_uuid_create(kx_uuid_t* uuid) {
   const ClockReadings readings = takeClockReadings();
   const uint64_t ts = readings.timestamp;
   const uint16_t r = readings.random;
-  fillHashedNode(uuid->node);
-  uuid->node[0] |= kMulticastBit;
+  fillHashedNode(uuid->node, readings.entropy);
+  uuid->node[0] |= kNodeMarkBit;
   uuid->time_low = static_cast<uint32_t>(ts & 0xFFFFFFFFULL);
   uuid->time_mid = static_cast<uint16_t>((ts >> 32) & 0xFFFF);
   uuid->time_hi_and_version = static_cast<uint16_t>(((ts >> 48) & 0x0FFF) | kVersionTimeBased);

@@ -5,10 +5,13 @@
 /// Time-based UUIDs (RFC 4122 version 1) and their text form; plain C functions.
 
 // Time-based UUIDs (RFC 4122 version 1). No state file and no hardware address: the node is a
-// hash of the time of day and the host name, with the multicast bit set so that it can never
-// clash with a real network address, and the clock sequence is drawn afresh for every UUID.
-// Creation is safe from several threads at once. The generator seeds the C library's shared
-// rand() sequence once, on first use.
+// hash of the time of day, the host name and bytes of the process's own (its id and random
+// bytes, drawn once per process and again after fork), so that processes making UUIDs in the
+// same microsecond on one host get different nodes. The top bit (0x80) of the node's first
+// byte is set. That is not RFC 4122's multicast bit (0x01 of that byte, the mark of a node that
+// is no network card's address), and these nodes do not carry that mark. The clock sequence is
+// drawn afresh for every UUID. Creation is safe from several threads at once. The generator
+// seeds the C library's shared rand() sequence once, on first use.
 
 #include <cstdint>
 

@@ -31,6 +31,29 @@ auto withTrace(const char* trace, Body body) -> decltype(body()) {
   }
 }
 
+// The caller's buffer is gone once write() returns: the record must not point into it, or a
+// later read or digest over a kind that offers no buffer of its own would use it.
+class CallerBufferForgetter {
+ public:
+  CallerBufferForgetter(KXStreamInfo& record, const char* buffer, int length)
+      : mRecord(record),
+        mBegin(reinterpret_cast<uintptr_t>(buffer)),
+        mEnd(mBegin + static_cast<uintptr_t>(length)) {}
+  CallerBufferForgetter(const CallerBufferForgetter&) = delete;
+  CallerBufferForgetter& operator=(const CallerBufferForgetter&) = delete;
+  ~CallerBufferForgetter() {
+    const auto at = reinterpret_cast<uintptr_t>(mRecord.mBuffer);
+    if (at >= mBegin && at <= mEnd) {
+      mRecord.mBuffer = nullptr;
+    }
+  }
+
+ private:
+  KXStreamInfo& mRecord;
+  uintptr_t mBegin;
+  uintptr_t mEnd;
+};
+
 struct DigestContextDeleter {
   void operator()(void* context) const { KXMD5_Router::deleteContext(context, 0); }
 };
@@ -137,6 +160,17 @@ struct KXEngineSteps {
           .raise();
     }
     KX_RAISE(KXStreamException, status).raise();
+  }
+
+  // A kind that passes a failed system call's -1 through as its count breaks the protocol in a
+  // way no mode may let pass: every consumer would copy, count or loop on it.
+  static void refuseNegativeDelivery(const KXBasicGenericStream& stream) {
+    const KXStreamInfo& record = stream.mStreamInfo;
+    if (record.mReadFlag != 0 && record.mTransferLen < 0) {
+      KX_RAISE(KXStreamException, 0)
+          .message("negative byte count delivered (%ld)", static_cast<long>(record.mTransferLen))
+          .raise();
+    }
   }
 
   // The marker operations' common ending: KX_NOT_SUPPORTED_ERR becomes KXMarkRequiredException
@@ -320,6 +354,7 @@ KXStreamInfo* KXBasicGenericStream::prepareBuffer() {
       KXEngineSteps::raiseCallbackFailure(
           *this, "KX_STREAM_ERR in prepareBuffer callback (status=%ld)", status, systemError);
     }
+    KXEngineSteps::refuseNegativeDelivery(*this);
     KXEngineSteps::validateIfSnapshot(*this, ePrepareBufferProc);
     return &mStreamInfo;
   });
@@ -358,9 +393,6 @@ int KXBasicGenericStream::read(void* buffer, int length) {
   int total = 0;
   char* destination = static_cast<char*>(buffer);
   do {
-    // A kind that offers no buffer must not leave a stale one (the last write's, perhaps
-    // freed since) to be copied from.
-    mStreamInfo.mBuffer = nullptr;
     mStreamInfo.mTransferLen = remaining;
     prepareBuffer();
     const int64_t delivered = mStreamInfo.mTransferLen;
@@ -393,6 +425,7 @@ long KXBasicGenericStream::write(void* buffer, int length) {
   prepareBuffer();
   mStreamInfo.mBuffer = static_cast<char*>(buffer);
   mStreamInfo.mTransferLen = length;
+  const CallerBufferForgetter forgetter(mStreamInfo, mStreamInfo.mBuffer, length);
   complete();
   return mStreamInfo.mTransferLen;
 }
@@ -518,7 +551,6 @@ long KXBasicGenericStream::calcIDWithChangeMark(KXObjectGuid& id, long maxLength
   long remaining = maxLength < 0 ? kUnlimitedDigest : maxLength;
   long total = 0;
   for (;;) {
-    mStreamInfo.mBuffer = nullptr;  // as in read(): only bytes the kind offers are digested
     mStreamInfo.mTransferLen = remaining;
     prepareBuffer();
     const int64_t delivered = mStreamInfo.mTransferLen;

@@ -132,7 +132,9 @@ class KX_EXPORT KXBasicGenericStream {
   KXStreamInfo* GetInfo() const;
   /// First half of a transfer: asks the kind for a buffer. Input: set mTransferLen to the most
   /// bytes wanted first; then use mTransferLen bytes at mBuffer. Returns the record. Throws
-  /// KXStreamException with the kind's status, or a validation exception in strict mode.
+  /// KXStreamException with the kind's status, or a validation exception in strict mode; an
+  /// input kind that reports a negative count fails with KXStreamException (code 0), in every
+  /// mode.
   KXStreamInfo* prepareBuffer();
   /// Second half of a transfer: hands the buffer back to the kind (output: writes mTransferLen
   /// bytes from mBuffer). Returns the record; throws as prepareBuffer() does.
@@ -143,9 +145,10 @@ class KX_EXPORT KXBasicGenericStream {
   /// transfer (bytes read by earlier transfers of the call stay in @p buffer).
   int read(void* buffer, int length);
   /// Switches the stream to output and hands @p length bytes of @p buffer to the kind in one
-  /// transfer, without copying; returns the count the kind took. Throws KXParameterException
-  /// for a null buffer or negative length, KXStreamException when the kind fails (for a file:
-  /// the errno, such as ENOSPC), KXFileSystemException from an input-only file stream.
+  /// transfer, without copying; returns the count the kind took. The record does not keep
+  /// pointing at @p buffer afterwards. Throws KXParameterException for a null buffer or
+  /// negative length, KXStreamException when the kind fails (for a file: the errno, such as
+  /// ENOSPC), KXFileSystemException from an input-only file stream.
   long write(void* buffer, int length);
 
   /// Marks the current position, so that resetMark() returns here; replaces any earlier mark.
@@ -153,9 +156,11 @@ class KX_EXPORT KXBasicGenericStream {
   /// fails.
   void SetMark();
   /// Moves to @p offset and marks it there; 0 is reset(). Throws KXParameterException for a
-  /// negative offset, and as resetMark(). In strict mode, moving forward past unread bytes of
-  /// an input stream of known length makes close() refuse (KXStreamMismatchException); for a
-  /// part of a file open a range, or reset() before close().
+  /// negative offset, and as resetMark(). Moving forward skips the bytes without counting them
+  /// as read, so in strict mode closing an input stream of known length then throws
+  /// KXStreamMismatchException ("CloseProc: mStreamLen"): reset() before close(), or read the
+  /// bytes to skip. A stream array returns its members to their own marks instead of going to
+  /// @p offset (see KXStreamArray).
   void SetMark(long offset);
   /// Returns to the marked position and clears the end flag. Throws KXMarkRequiredException
   /// when the kind has no markers and the position is not the mark, KXStreamException when the
@@ -194,10 +199,11 @@ class KX_EXPORT KXBasicGenericStream {
 
   /// Stores in @p id the MD5 digest (md5sum's text) of the bytes from the current position up
   /// to @p maxLength bytes or the end, and leaves the stream where it was; the mark is
-  /// replaced by that position. A negative @p maxLength digests at most 2147483647 bytes: pass
-  /// the length for longer content. The stream must be in input mode (SetReadable(); else
-  /// KXSDKInternalException). Throws KXMarkRequiredException on a kind without markers, and as
-  /// prepareBuffer().
+  /// replaced by that position. A negative @p maxLength digests at most 2147483647 bytes: for
+  /// longer content pass the length (GetLength() - GetStreamPos(), or LONG_MAX when it is
+  /// unknown). A cached input stream ends at a cache boundary (see KXCachedInputStream). The
+  /// stream must be in input mode (SetReadable(); else KXSDKInternalException). Throws
+  /// KXMarkRequiredException on a kind without markers, and as prepareBuffer().
   void calcID(KXObjectGuid& id, long maxLength);
   /// As calcID(), but the stream is left after the last byte digested (consumed) and the mark
   /// is untouched; works on kinds without markers. Returns the count digested. Throws

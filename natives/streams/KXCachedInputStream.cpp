@@ -122,6 +122,7 @@ int KXCachedInputStream::_resetMarker() {
     // SetMark(long) moves the position before asking; put it back where the cache stands so
     // that the engine sees the move and refuses it instead of reading the wrong bytes.
     mStreamInfo.mStreamPos = start + mCacheInfo.mCacheReadPos;
+    traceRecord("after reset %s");
     return KX_NOT_SUPPORTED_ERR;
   }
   mCacheInfo.mCacheReadPos = static_cast<long>(target - start);

@@ -12,10 +12,12 @@
 /// offsets in the cache, so returning to a mark never asks the wrapped stream to rewind. The
 /// wrapped stream stays the caller's: initialised before this one, closed after it.
 ///
-/// A request is never served across a refill: when it does not fit in what the cache still
-/// holds, the rest of the cache comes back and the stream reports its end there. Ask in counts
-/// that divide the cache size; calcID() (which asks for everything) digests only one cache, so
-/// digest the wrapped stream instead. A mark holds only while its bytes are in the cache.
+/// A transfer never spans a refill: a request larger than what the cache still holds gets the
+/// rest of the cache with end of stream set, and nothing more until a reset. So read() with a
+/// count that does not divide the cache size stops at the first cache boundary, and calcID()
+/// (whose request is never a divisor) digests one cache. Read in counts that divide the cache
+/// size, and take the identifier of the wrapped stream itself. A mark holds only while its
+/// bytes are in the cache.
 class KX_EXPORT KXCachedInputStream : public KXBasicGenericStream {
  public:
   /// The cache and its offsets; the record's mUserData points here.

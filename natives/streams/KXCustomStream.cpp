@@ -79,6 +79,13 @@ int KXCustomStream::_resetMarker() {
                        [this] { return KXBasicGenericStream::_resetMarker(); });
 }
 
+// The engine may refuse a close after the callback ran (strict validation); the client has then
+// released its resources, and a second close() must not make it release them again.
 int KXCustomStream::_close() {
-  return callOrDefault(mCloseProc, &mStreamInfo, [this] { return KXBasicGenericStream::_close(); });
+  const int status =
+      callOrDefault(mCloseProc, &mStreamInfo, [this] { return KXBasicGenericStream::_close(); });
+  if (status == 0) {
+    mCloseProc = nullptr;
+  }
+  return status;
 }

@@ -13,7 +13,9 @@
 /// without the two marker functions is one-way. Callbacks follow the protocol of
 /// KXBasicGenericStream's protected operations: in strict mode a callback that moves a
 /// position wrongly makes the operation throw, and the set-marker callback must itself copy
-/// mStreamPos into mMarkerPos. A nonzero return becomes KXStreamException with that code.
+/// mStreamPos into mMarkerPos. A nonzero return becomes KXStreamException with that code. A
+/// close function that succeeded is not called again, even when the engine refuses that close
+/// and the stream is closed a second time.
 class KX_EXPORT KXCustomStream : public KXBasicGenericStream {
  public:
   /// Stores the callbacks and the @p context, which stays the caller's: the stream never reads

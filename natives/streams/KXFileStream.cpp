@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <iterator>
+
+#include <stdio_ext.h>
 
 #include "KXException.h"
 #include "KXRaise.h"
@@ -47,12 +48,6 @@ bool isAcceptedPermission(const char* perm, int mode) {
 
 bool isAppend(const char* perm) { return perm != nullptr && isOneOf(perm, kAppendPermissions); }
 
-const char* systemReason(int error) {
-  // The thread-safe variant; the GNU form returns the text rather than filling the buffer.
-  static thread_local char text[128];
-  return strerror_r(error, text, sizeof text);
-}
-
 // Which record fields an in-out stream hands to its reading half and takes back.
 enum RecordField : unsigned {
   kPosition = 1U << 0U,
@@ -86,6 +81,12 @@ void copyFields(const KXStreamInfo& from, KXStreamInfo& to, unsigned fields) {
   }
 }
 
+// A failed cut carries code 0 and no message, as documented.
+void cutFile(int descriptor, int64_t length) {
+  if (kx_ftruncate(descriptor, length) != 0) {
+    KX_RAISE(KXFileSystemException, 0).raise();
+  }
+}
 }  // namespace
 
 KXFileStream::KXFileStream(const char* inPath, const char* inPerm, long pBuffSize, EIoFlag inIoFlag,
@@ -251,28 +252,23 @@ void KXFileStream::initFileBacked() {
 void KXFileStream::placeRange(int64_t size) {
   const int64_t start = mStreamInfo.mStreamPos;
   const int64_t ceiling = mFileInfo.mMaxFileLength;
-  // An empty file or a device reads as size 0: a start beyond it has nothing to address either.
-  if (size < start || (ceiling != -1 && ceiling <= start)) {
+  // A size of 0 is not compared with the start: an empty file may be written from any offset,
+  // and a device reads as size 0 whatever it holds.
+  if ((size > 0 && size < start) || (ceiling != -1 && ceiling <= start)) {
     KX_RAISE(KXParameterException, 0).message("invalid mStreamPos offset (%ld)", start).raise();
   }
   mFileInfo.mStartOffset = start;
   mFileInfo.mFilePos = 0;
   mStreamInfo.mStreamPos = 0;
   if (mStreamInfo.mStreamLen == -1) {
+    // Only a start past a size of 0 computes a negative length: the range has no end to use.
     mStreamInfo.mStreamLen = size - start;
+    if (mStreamInfo.mStreamLen < 0) {
+      KX_RAISE(KXParameterException, 0).message("invalid mStreamLen").raise();
+    }
   } else if (mStreamInfo.mReadFlag != 0 &&
              (mStreamInfo.mStreamLen < 0 || mStreamInfo.mStreamLen > size)) {
     KX_RAISE(KXParameterException, 0).message("invalid mStreamLen").raise();
-  }
-}
-
-// A failed cut carries no message and code 0, as documented; the trace names file and reason.
-void KXFileStream::cutFile(int descriptor, int64_t length) const {
-  if (kx_ftruncate(descriptor, length) != 0) {
-    const int error = errno;
-    KX_RAISE(KXFileSystemException, 0)
-        .trace("kx_ftruncate(%s, %ld): %s", mPath, static_cast<long>(length), systemReason(error))
-        .raise();
   }
 }
 
@@ -310,7 +306,6 @@ void KXFileStream::seekToStart() {
     const int error = errno;
     KX_RAISE(KXFileSystemException, error)
         .message("lseek failed (offset %ld)", static_cast<long>(offset))
-        .trace("%s", mPath)
         .raise();
   }
 }
@@ -457,9 +452,7 @@ int KXFileStream::_close() {
 
 KXBool KXFileStream::isWriteAllowed() {
   if (mIoFlag == eIn) {
-    KX_RAISE(KXFileSystemException, KX_FILESYSTEM_ERR)
-        .trace("KXFileStream.isWriteAllowed(%s)", KXStringConversion::toString(mPath))
-        .raise();
+    KX_RAISE(KXFileSystemException, KX_FILESYSTEM_ERR).raise();
   }
   return 1;
 }
@@ -570,21 +563,27 @@ int KXFileStream::stdioComplete() { return writeToStandardStream(stdout); }
 
 int KXFileStream::stderrComplete() { return writeToStandardStream(stderr); }
 
-// Bytes go out unchanged, NUL bytes and percent signs included, in pieces of at most 64 KiB. A
-// failed output call ends the transfer with a failure status rather than retrying forever.
+// Bytes go out unchanged, NUL bytes and percent signs included, in pieces of at most 64 KiB,
+// straight to the descriptor: the C library's buffer would report bytes as written that a later
+// interrupted flush drops. What the process buffered there before goes first, to keep the order.
+// Interrupted writes are retried; a failed one ends the transfer with a failure status.
 int KXFileStream::writeToStandardStream(FILE* stream) {
   if (mStreamInfo.mBuffer == nullptr || mStreamInfo.mTransferLen < 1) {
     return 0;
   }
+  errno = 0;
+  if (__fpending(stream) > 0 && fflush(stream) != 0) {
+    return systemFailureStatus();
+  }
+  const int descriptor = fileno(stream);
   int64_t done = 0;
   while (done < mStreamInfo.mTransferLen) {
     const int64_t chunk = std::min(mStreamInfo.mTransferLen - done, kStandardChunk);
     errno = 0;
-    const size_t written =
-        fwrite(mStreamInfo.mBuffer + done, 1, static_cast<size_t>(chunk), stream);
-    done += static_cast<int64_t>(written);
-    mStreamInfo.mStreamPos += static_cast<int64_t>(written);
-    if (static_cast<int64_t>(written) < chunk) {
+    const int64_t written = writeFully(descriptor, mStreamInfo.mBuffer + done, chunk);
+    done += written;
+    mStreamInfo.mStreamPos += written;
+    if (written < chunk) {
       return systemFailureStatus();
     }
   }

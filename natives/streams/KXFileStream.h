@@ -20,7 +20,10 @@
 /// (KXStreams::createDescriptorStream) for pipes, FIFOs, sockets, terminals, character devices,
 /// files on proc- or sysfs-like file systems, and for a descriptor the client already holds.
 /// Append permissions ("a", "a+", ...) place the stream at the end once, at init(), without
-/// O_APPEND: bytes another writer appends afterwards can be overwritten.
+/// O_APPEND: bytes another writer appends afterwards can be overwritten; give such a file one
+/// writer at a time. Standard output and error are written straight to their descriptors, after
+/// what the process buffered there through stdio, and interrupted writes are retried: a byte
+/// reported written has been written.
 class KX_EXPORT KXFileStream : public KXBasicGenericStream {
  public:
   /// What the stream serves.
@@ -137,7 +140,6 @@ class KX_EXPORT KXFileStream : public KXBasicGenericStream {
   void checkOutputRange() const;
   void placeRange(int64_t size);
   void limitOutputLength(int64_t size);
-  void cutFile(int descriptor, int64_t length) const;
   void placeAppendStart();
   void seekToStart();
   int resynchronise();

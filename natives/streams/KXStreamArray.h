@@ -12,10 +12,10 @@
 /// engine operations, so any kind (an array included) can be a member. Initialise the members
 /// before reading; close them after closing the array.
 ///
-/// SetMark() marks every member that can be marked and resetMark() returns each to its mark.
-/// SetMark(long) also ends in that return, so it moves the members back to their last marks,
-/// not to the offset (and throws KXSDKInternalException before any SetMark()): position an
-/// array with SetMark() and resetMark() (or reset()) only.
+/// SetMark(long offset) with an offset above 0 does not go to @p offset: it returns every member
+/// to its own last mark, as resetMark() does, while the array's position reads @p offset (and it
+/// throws KXSDKInternalException before any SetMark()). Come back to a place with SetMark() and
+/// resetMark(), and to the start with reset().
 class KX_EXPORT KXStreamArray : public KXBasicGenericStream {
  public:
   /// The first @p count pointers of @p streams, copied. A negative count or a null member is

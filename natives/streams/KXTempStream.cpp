@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstdio>
 
+#include <stdio_ext.h>
+
 #include "KXException.h"
 #include "KXLogging.h"
 #include "KXRaise.h"
@@ -119,14 +121,20 @@ void KXTempStream::zeroGapBeforePosition() {
 }
 
 int KXTempStream::writeToFile(const char* bytes, int64_t count) {
+  FILE* file = mTempStreamInfo.mTempFile->getFile();
   if (!turnFileTo(FileDirection::kWriting)) {
-    return systemFailureStatus();
+    const int status = systemFailureStatus();
+    recoverFile();
+    return status;
   }
   errno = 0;
-  const size_t written =
-      kx_WriteFile(bytes, 1, static_cast<size_t>(count), mTempStreamInfo.mTempFile->getFile());
-  if (static_cast<int64_t>(written) < count) {
-    return systemFailureStatus();
+  const size_t written = kx_WriteFile(bytes, 1, static_cast<size_t>(count), file);
+  // Accepted means in the file: bytes left in the C library's buffer would be dropped, unseen,
+  // by a later flush that fails (a full disk, a size limit).
+  if (static_cast<int64_t>(written) < count || kx_fflush(file) != 0) {
+    const int status = systemFailureStatus();
+    recoverFile();
+    return status;
   }
   mStreamInfo.mStreamPos += count;
   mStreamInfo.mStreamLen = std::max(mStreamInfo.mStreamLen, mStreamInfo.mStreamPos);
@@ -170,6 +178,7 @@ int KXTempStream::_prepareBuffer() {
 int KXTempStream::readFromFile(int64_t count) {
   FILE* file = mTempStreamInfo.mTempFile->getFile();
   if (!turnFileTo(FileDirection::kReading)) {
+    recoverFile();
     mStreamInfo.mTransferLen = -1;
     return KX_FILESYSTEM_ERR;
   }
@@ -177,7 +186,7 @@ int KXTempStream::readFromFile(int64_t count) {
   // fread reports only a count: the error indicator tells a failure from a short read, and a
   // file that holds fewer bytes than were written to it has lost data.
   if (ferror(file) != 0 || got == 0) {
-    clearerr(file);
+    recoverFile();
     mStreamInfo.mTransferLen = -1;
     return KX_FILESYSTEM_ERR;
   }
@@ -192,13 +201,28 @@ bool KXTempStream::turnFileTo(FileDirection direction) {
   if (mFileDirection == direction) {
     return true;
   }
-  const long offset = static_cast<long>(mStreamInfo.mStreamPos - mTempStreamInfo.mMemBufferLen);
   errno = 0;
-  if (kx_SetFilePointer(mTempStreamInfo.mTempFile->getFile(), offset, SEEK_SET) != 0) {
+  if (!seekFileToPosition()) {
     return false;
   }
   mFileDirection = direction;
   return true;
+}
+
+bool KXTempStream::seekFileToPosition() {
+  const long offset = static_cast<long>(mStreamInfo.mStreamPos - mTempStreamInfo.mMemBufferLen);
+  return kx_SetFilePointer(mTempStreamInfo.mTempFile->getFile(), offset, SEEK_SET) == 0;
+}
+
+// After a refused transfer: drop what the C library still holds of it, forget its error (the
+// next read would take it for its own) and put the file back at the stream position, so that
+// a retry reads or writes the right bytes. Should the seek fail, the next access seeks again.
+void KXTempStream::recoverFile() {
+  FILE* file = mTempStreamInfo.mTempFile->getFile();
+  __fpurge(file);
+  clearerr(file);
+  mFileDirection = FileDirection::kNone;
+  (void)seekFileToPosition();
 }
 
 int KXTempStream::_setMarker() {

@@ -47,22 +47,33 @@ class KX_EXPORT KXTempStream : public KXBasicGenericStream {
   ~KXTempStream() override;
 
  protected:
+  /// Which way the temporary file last moved: the C library needs a positioning call whenever a
+  /// file turns between reading and writing.
+  enum class FileDirection { kNone, kReading, kWriting };
+
   /// The storage (mUserData).
   KXTempStreamInfo mTempStreamInfo;
   /// Bytes kept in memory, as given to the constructor.
   int mMemSize;
 
- private:
-  enum class FileDirection { kNone, kReading, kWriting };
-
+  /// Zeros the memory part between the bytes written and the position, so that a gap left by a
+  /// forward mark reads as zeros.
   void zeroGapBeforePosition();
+  /// Reads up to @p count bytes of the file part into the staging buffer; 0 or a status.
   int readFromFile(int64_t count);
+  /// Writes @p count bytes to the file part and flushes them; 0 or a status.
   int writeToFile(const char* bytes, int64_t count);
+  /// Makes the file ready to move in @p direction; false when the positioning call failed.
   bool turnFileTo(FileDirection direction);
+  /// Puts the file offset at the stream position less the memory part; false on failure.
+  bool seekFileToPosition();
+  /// After a refused file transfer: drops stdio's buffer and error flag and puts the file
+  /// offset back where the stream position says.
+  void recoverFile();
+  /// Frees the memory part, the staging buffer and the temporary file.
   void releaseAll();
 
-  // The C library needs a positioning call whenever a file turns between reading and writing.
-  FileDirection mFileDirection = FileDirection::kNone;
+  FileDirection mFileDirection = FileDirection::kNone;  ///< The file's last direction.
 };
 
 #endif

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <ftw.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -133,6 +134,30 @@ std::string readString(KXBasicGenericStream& stream, int count) {
   bytes.resize(static_cast<size_t>(stream.read(&bytes[0], count)));
   return bytes;
 }
+
+pid_t startChild(const std::function<int()>& body) {
+  fflush(nullptr);  // nothing buffered before the fork is written twice
+  const pid_t child = fork();
+  if (child == 0) {
+    int status = 99;
+    try {
+      status = body();
+    } catch (...) {
+    }
+    _exit(status);
+  }
+  return child;
+}
+
+int waitChild(pid_t child) {
+  int status = 0;
+  if (child < 0 || waitpid(child, &status, 0) != child) {
+    return -1;
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+int inChild(const std::function<int()>& body) { return waitChild(startChild(body)); }
 
 long openDescriptorCount() {
   DIR* directory = opendir("/proc/self/fd");

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/types.h>
+
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -89,6 +92,14 @@ std::string traces(const KXException& exception);
 std::string md5sumOfFile(const std::string& path);
 // How many descriptors the process holds open now, for leak checks.
 long openDescriptorCount();
+
+// Runs body in a forked child process, which may change its limits, signal handlers and standard
+// descriptors freely. The child's exit status is body's result (0 for success, a distinct number
+// for each failed check), 99 when body threw, 128 + the signal number when a signal ended it.
+int inChild(const std::function<int()>& body);
+// The same without waiting, for children that must run at once; waitChild returns the status.
+pid_t startChild(const std::function<int()>& body);
+int waitChild(pid_t child);
 
 // Reproducible pseudo-random bytes.
 std::string randomBytes(size_t count, unsigned seed);

@@ -85,8 +85,12 @@ void NamedInput::openNamed(const std::string& name, const InputOptions& options)
   mStatus = inspect(descriptor);
   const int64_t size = KXDescriptorStream::trustedLength(descriptor);
   if (options.toItsEnd || size < 0) {
+    // Closed here should the stream that is to own it not be had.
+    OwnedDescriptor untilOwned;
+    untilOwned.adopt(descriptor);
     KXDescriptorStream* created = KXStreams::createDescriptorStream(
-        descriptor, KXDescriptorStream::eIn, options.bufferSize, 1);
+        untilOwned.get(), KXDescriptorStream::eIn, options.bufferSize, 1);
+    untilOwned.release();
     created->setFollowsGrowth(options.toItsEnd ? 1 : 0);
     mStream = initialised(created);
     passOver(options.start);

@@ -44,6 +44,12 @@ class OwnedDescriptor {
   OwnedDescriptor(const OwnedDescriptor&) = delete;
   OwnedDescriptor& operator=(const OwnedDescriptor&) = delete;
   void adopt(int descriptor) { mDescriptor = descriptor; }
+  // Hands the descriptor on to a new owner.
+  int release() {
+    const int descriptor = mDescriptor;
+    mDescriptor = -1;
+    return descriptor;
+  }
   int get() const { return mDescriptor; }
 
  private:

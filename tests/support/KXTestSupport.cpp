@@ -2,12 +2,14 @@
 
 #include <dirent.h>
 #include <ftw.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <random>
+#include <sstream>
 #include <stdexcept>
 
 #include "KXStreams.h"
@@ -132,6 +134,49 @@ std::string readString(KXBasicGenericStream& stream, int count) {
   std::string bytes(static_cast<size_t>(count), '\0');
   bytes.resize(static_cast<size_t>(stream.read(&bytes[0], count)));
   return bytes;
+}
+
+long writeString(KXBasicGenericStream& stream, std::string bytes) {
+  return stream.write(&bytes[0], static_cast<int>(bytes.size()));
+}
+
+std::string fileContents(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << in.rdbuf();
+  return bytes.str();
+}
+
+std::string md5sumOf(const std::string& bytes) {
+  const TempDir dir;
+  return md5sumOfFile(dir.writeFile("content", bytes));
+}
+
+int inChild(const std::function<int()>& body) {
+  fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    int status = 99;
+    try {
+      status = body();
+    } catch (...) {
+    }
+    _exit(status);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+EnvScope::EnvScope(const char* name, const char* value) : mName(name) {
+  const char* previous = getenv(name);
+  mHadPrevious = previous != nullptr;
+  mPrevious = mHadPrevious ? previous : "";
+  value != nullptr ? setenv(name, value, 1) : unsetenv(name);
+}
+
+EnvScope::~EnvScope() {
+  mHadPrevious ? setenv(mName.c_str(), mPrevious.c_str(), 1) : unsetenv(mName.c_str());
 }
 
 long openDescriptorCount() {

@@ -3,8 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include "KXBasicGenericStream.h"
@@ -77,8 +80,21 @@ struct StreamCloser {
 template <class Kind>
 using StreamPtr = std::unique_ptr<Kind, StreamCloser>;
 
+// A stream of Kind made from args and initialised; owned before init(), so that a failed init()
+// still ends in close(), as the owner must.
+template <class Kind, class... Args>
+StreamPtr<Kind> opened(Args&&... args) {
+  StreamPtr<Kind> stream(new Kind(std::forward<Args>(args)...));
+  stream->init();
+  return stream;
+}
+
 // Reads up to count bytes through the engine's read() and returns them.
 std::string readString(KXBasicGenericStream& stream, int count);
+// Writes all of bytes through the engine's write() and returns what it reported.
+long writeString(KXBasicGenericStream& stream, std::string bytes);
+// Everything in the file at path ("" when it cannot be read).
+std::string fileContents(const std::string& path);
 
 // Whether the exception carries the trace text.
 bool hasTrace(const KXException& exception, const std::string& trace);
@@ -87,11 +103,55 @@ std::string traces(const KXException& exception);
 
 // What the md5sum command prints as the digest of the file (the first 32 characters).
 std::string md5sumOfFile(const std::string& path);
+// What md5sum prints for bytes, written to a file of a fresh directory.
+std::string md5sumOf(const std::string& bytes);
 // How many descriptors the process holds open now, for leak checks.
 long openDescriptorCount();
 
 // Reproducible pseudo-random bytes.
 std::string randomBytes(size_t count, unsigned seed);
+
+// Runs body in a forked child, whose process limits it may change freely, and returns the
+// child's exit status: body's result, 99 when it threw, 128 + the signal that ended it.
+int inChild(const std::function<int()>& body);
+
+// Sets (or, with null, removes) an environment variable for the scope and restores it after.
+class EnvScope {
+ public:
+  EnvScope(const char* name, const char* value);
+  EnvScope(const EnvScope&) = delete;
+  EnvScope& operator=(const EnvScope&) = delete;
+  ~EnvScope();
+
+ private:
+  std::string mName, mPrevious;
+  bool mHadPrevious;
+};
+
+// The exception that call throws, which must be exactly of class Expected; otherwise the test
+// fails and a placeholder with code -1 is returned.
+template <class Expected, class Call>
+Expected thrownBy(Call&& call) {
+  try {
+    call();
+  } catch (const Expected& thrown) {
+    EXPECT_EQ(typeid(Expected), typeid(thrown)) << "threw " << thrown.what();
+    return thrown;
+  }
+  ADD_FAILURE() << "expected " << typeid(Expected).name() << ", nothing was thrown";
+  return Expected(-1);
+}
+
+// How a call ended: "" or "KXClass (code N): message [trace | trace]".
+template <class Call>
+std::string outcome(Call&& call) {
+  try {
+    call();
+  } catch (const KXException& thrown) {
+    return std::string(thrown.what()) + " [" + traces(thrown) + "]";
+  }
+  return "";
+}
 
 }  // namespace kxtest
 

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -134,6 +135,35 @@ std::string readString(KXBasicGenericStream& stream, int count) {
   std::string bytes(static_cast<size_t>(count), '\0');
   bytes.resize(static_cast<size_t>(stream.read(&bytes[0], count)));
   return bytes;
+}
+
+namespace {
+StringSource& sourceOf(KXStreamInfo* info) {
+  return *static_cast<StringSource*>(const_cast<void*>(info->mUserData));
+}
+}  // namespace
+
+long stringSourcePrepare(KXStreamInfo* info) {
+  StringSource& source = sourceOf(info);
+  const int64_t left = static_cast<int64_t>(source.bytes.size()) - info->mStreamPos;
+  const int64_t count = std::min(info->mTransferLen, left);
+  info->mBuffer = count > 0 ? &source.bytes[static_cast<size_t>(info->mStreamPos)] : nullptr;
+  info->mTransferLen = count;
+  info->mStreamPos += count;
+  info->mAtEOF = count == left ? 1 : 0;
+  return source.status;
+}
+
+long stringSourceSetMarker(KXStreamInfo* info) {
+  info->mMarkerPos = info->mStreamPos;
+  return sourceOf(info).status;
+}
+
+long stringSourceResetMarker(KXStreamInfo* info) { return sourceOf(info).status; }
+
+long stringSourceClose(KXStreamInfo* info) {
+  sourceOf(info).closed = true;
+  return sourceOf(info).status;
 }
 
 long writeString(KXBasicGenericStream& stream, std::string bytes) {

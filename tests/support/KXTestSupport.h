@@ -89,6 +89,19 @@ StreamPtr<Kind> opened(Args&&... args) {
   return stream;
 }
 
+// The medium behind a custom stream's callbacks, handed to them as the stream's context.
+struct StringSource {
+  std::string bytes;
+  long status = 0;  // what every callback returns once it has done its work
+  bool closed = false;
+};
+// Callbacks over the StringSource in mUserData: prepare delivers from mStreamPos, the set-marker
+// records the mark, the reset-marker leaves the position to the engine, close notes the call.
+long stringSourcePrepare(KXStreamInfo* info);
+long stringSourceSetMarker(KXStreamInfo* info);
+long stringSourceResetMarker(KXStreamInfo* info);
+long stringSourceClose(KXStreamInfo* info);
+
 // Reads up to count bytes through the engine's read() and returns them.
 std::string readString(KXBasicGenericStream& stream, int count);
 // Writes all of bytes through the engine's write() and returns what it reported.

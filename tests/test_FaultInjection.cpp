@@ -4,13 +4,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <functional>
 #include <string>
 
 #include "KXFileStream.h"
@@ -21,35 +19,6 @@
 namespace {
 
 using namespace kxtest;
-
-template <class Exception, class Operation>
-Exception thrownBy(Operation operation) {
-  try {
-    operation();
-  } catch (const Exception& e) {
-    return e;
-  }
-  ADD_FAILURE() << "no exception of the expected class";
-  return Exception(-1);
-}
-
-// Runs body in a child process, whose process limits it may change freely; body returns the
-// child's exit status, 0 for success, a distinct number for each failed check.
-int inChild(const std::function<int()>& body) {
-  fflush(nullptr);
-  const pid_t child = fork();
-  if (child == 0) {
-    int status = 99;
-    try {
-      status = body();
-    } catch (...) {
-    }
-    _exit(status);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
 
 TEST(FaultInjection, AFullDeviceRefusesTheWriteNamesENOSPCAndKeepsTheStreamUsable) {
   StreamPtr<KXFileStream> stream(new KXFileStream("/dev/full", "w", 0, KXFileStream::eOut, 0));

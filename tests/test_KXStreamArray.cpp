@@ -41,9 +41,7 @@ class ArrayProbe : public KXStreamArray {
 };
 
 StreamPtr<ArrayProbe> openArray(Streams streams) {
-  StreamPtr<ArrayProbe> array(new ArrayProbe(static_cast<int>(streams.size()), streams.data()));
-  array->init();
-  return array;
+  return opened<ArrayProbe>(static_cast<int>(streams.size()), streams.data());
 }
 
 // The caller's list is released before the first read; reset() rewinds every member.
@@ -100,22 +98,11 @@ TEST(KXStreamArray, ResetMarkReturnsEveryMemberToItsMark) {
   EXPECT_EQ("abcdefghij", readString(*array, 100));
 }
 
-// A one-way input over the string in its context.
-long deliverContext(KXStreamInfo* info) {
-  const auto& bytes = *static_cast<const std::string*>(info->mUserData);
-  const auto size = static_cast<int64_t>(bytes.size());
-  info->mTransferLen = std::min(info->mTransferLen, size - info->mStreamPos);
-  info->mBuffer = const_cast<char*>(bytes.data()) + info->mStreamPos;
-  info->mStreamPos += info->mTransferLen;
-  info->mAtEOF = info->mStreamPos == size ? 1 : 0;
-  return 0;
-}
-
 // Returning to the mark without having moved needs nothing of the member that cannot mark.
 TEST(KXStreamArray, AMemberThatCannotMarkFailsOnlyAResetThatNeedsIt) {
-  const std::string oneWay = "defg";
+  StringSource oneWay{"defg"};
   Members members({"abc"});
-  members.add(new KXCustomStream(deliverContext, nullptr, nullptr, nullptr, nullptr, &oneWay));
+  members.add(new KXCustomStream(stringSourcePrepare, nullptr, nullptr, nullptr, nullptr, &oneWay));
   members.list.back()->init();
   StreamPtr<ArrayProbe> array = openArray(members.list);
   EXPECT_EQ("abcd", readString(*array, 4));
@@ -141,10 +128,6 @@ TEST(KXStreamArray, RefusesANegativeCountOrANullMember) {
     thrownBy<KXParameterException>(construct);
   }
 }
-
-}  // namespace
-
-namespace {
 
 // Members of every readable kind, an array among them, read and re-read through one mark.
 TEST(KXStreamArray, ReadsMembersOfDifferentKindsAndReturnsToAMarkInsideOne) {

@@ -27,34 +27,6 @@ std::string identifierOf(KXBasicGenericStream& stream) {
   return id.GetID();
 }
 
-// A custom source over a string in the caller's context.
-struct Source {
-  std::string bytes;
-  int64_t mark = 0;
-};
-
-Source& sourceOf(KXStreamInfo* info) {
-  return *static_cast<Source*>(const_cast<void*>(info->mUserData));
-}
-
-long sourcePrepare(KXStreamInfo* info) {
-  Source& source = sourceOf(info);
-  const int64_t left = static_cast<int64_t>(source.bytes.size()) - info->mStreamPos;
-  const int64_t count = std::max<int64_t>(0, std::min(info->mTransferLen, left));
-  info->mBuffer = &source.bytes[0] + info->mStreamPos;
-  info->mTransferLen = count;
-  info->mStreamPos += count;
-  info->mAtEOF = info->mStreamPos >= static_cast<int64_t>(source.bytes.size()) ? 1 : 0;
-  return 0;
-}
-
-long sourceSetMarker(KXStreamInfo* info) {
-  info->mMarkerPos = info->mStreamPos;
-  return 0;
-}
-
-long sourceResetMarker(KXStreamInfo*) { return 0; }
-
 // Every kind in turn; returns what went wrong, empty when all held.
 std::string driveEveryKind(const TempDir& dir, int index) {
   const std::string content = randomBytes(50000 + static_cast<size_t>(index) * 1000, index);
@@ -64,11 +36,7 @@ std::string driveEveryKind(const TempDir& dir, int index) {
   const std::string expected = identifierOf(*memIn);
   memIn->close();
   std::string failures;
-  const auto check = [&](bool held, const char* what) {
-    if (!held) {
-      failures += std::string(what) + "; ";
-    }
-  };
+  const auto check = [&](bool held, const char* what) { failures += held ? "" : what; };
 
   const std::string path = dir.file("thread" + std::to_string(index));
   auto* out = KXStreams::createFileStream(path.c_str(), "w", 0, KXFileStream::eOut, 0);
@@ -101,9 +69,9 @@ std::string driveEveryKind(const TempDir& dir, int index) {
   check(null->GetStreamPos() == static_cast<long>(content.size()), "null count");
   null->close();
 
-  Source source{content};
-  auto* custom = KXStreams::createCustomStream(&sourcePrepare, nullptr, &sourceSetMarker,
-                                               &sourceResetMarker, nullptr, &source);
+  StringSource source{content};
+  auto* custom = KXStreams::createCustomStream(&stringSourcePrepare, nullptr, &stringSourceSetMarker,
+                                               &stringSourceResetMarker, nullptr, &source);
   custom->init();
   custom->SetReadable();
   check(identifierOf(*custom) == expected, "custom identifier");

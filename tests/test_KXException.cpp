@@ -71,8 +71,9 @@ TEST(KXException, WhatIsOneLineOfClassCodeReasonAndTheCurrentMessage) {
 
 TEST(KXException, InternalThrowCarriesTheConditionAsMessageAndCodeZeroAndLogsIt) {
   kxtest::LogCapture capture(false, 1);
-  const auto caught = kxtest::thrownBy<KXSDKInternalException>(
-      [] { KXSDKInternalException::Throw("natives/streams/KXFileStream", 42, "vFileInfo != NULL"); });
+  const auto caught = kxtest::thrownBy<KXSDKInternalException>([] {
+    KXSDKInternalException::Throw("natives/streams/KXFileStream", 42, "vFileInfo != NULL");
+  });
   EXPECT_EQ(0, caught.GetCode());
   EXPECT_STREQ("vFileInfo != NULL", caught.GetMessage());
   EXPECT_EQ(1, capture.count(1, "vFileInfo != NULL; at natives/streams/KXFileStream:42"));

@@ -85,7 +85,8 @@ TEST(KXMemStreamOutput, WriteLongerThanTheRegionIsAMismatch) {
               kxtest::outcome([&] { writeString(*stream, "0123456789AB"); }));
     EXPECT_EQ("0123456789", region);
     EXPECT_EQ(strict != 0 ? 0 : 10, stream->GetStreamPos());
-    EXPECT_EQ(strict != 0 ? 2 : 1, log.count(strict != 0 ? 1 : 2, "CompleteProc: mTransferLen > mBufferLen"));
+    EXPECT_EQ(strict != 0 ? 2 : 1,
+              log.count(strict != 0 ? 1 : 2, "CompleteProc: mTransferLen > mBufferLen"));
   }
 }
 

@@ -65,8 +65,9 @@ TEST(KXTempStream, HandsOutTheMemoryPartThenTheFileAndEndsWithTheLastByte) {
     size_t length;
     std::vector<Transfer> transfers;
   } cases[] = {
-      {100, 40000, {{INT64_MAX, 100, 0}, {INT64_MAX, 16384, 0}, {INT64_MAX, 16384, 0},
-                    {INT64_MAX, 7132, 1}}},
+      {100,
+       40000,
+       {{INT64_MAX, 100, 0}, {INT64_MAX, 16384, 0}, {INT64_MAX, 16384, 0}, {INT64_MAX, 7132, 1}}},
       {100, 100, {{100, 100, 1}, {1, 0, 1}}},
       {100, 60, {{30, 30, 0}, {30, 30, 1}, {1, 0, 1}}},
       {100, 150, {{60, 60, 0}, {40, 40, 0}, {100, 50, 1}}},

@@ -57,7 +57,8 @@ TEST(KxMutex, AHeldMutexIsBusyOnAnotherThreadUntilEveryLockIsReleased) {
   pthread_mutexattr_t attribute;
   ASSERT_EQ(0, pthread_mutexattr_init(&attribute));
   ASSERT_EQ(0, pthread_mutexattr_settype(&attribute, PTHREAD_MUTEX_RECURSIVE));
-  for (const pthread_mutexattr_t* given : {&attribute, static_cast<pthread_mutexattr_t*>(nullptr)}) {
+  for (const pthread_mutexattr_t* given :
+       {&attribute, static_cast<pthread_mutexattr_t*>(nullptr)}) {
     pthread_mutex_t mutex;
     ASSERT_EQ(0, kx_recursive_mutex_init(&mutex, given));
     ASSERT_EQ(0, kx_recursive_mutex_lock(&mutex));

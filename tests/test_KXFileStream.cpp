@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -346,6 +345,26 @@ TEST(KXFileStreamLeaks, AppendingInOutCloseAndSecondInitLeakNothing) {
   withFiles([](Files& files) { open(at("f100", "r", eIn), files.dir.path())->init(); });
 }
 
+// From any position, whatever the buffer holds, in the whole file and in a byte range.
+TEST(KXFileStreamRead, ReturnsToAMarkAndRereadsTheSameBytes) {
+  for (const Opening& how :
+       {at("f40000", "rb", eIn, 1), range("f40000", "r", eIn, 500, 30000, -1)}) {
+    withFiles([&](Files& files) {
+      const std::string bytes =
+          files.bytes.substr(static_cast<size_t>(how.start), how.partial ? 30000 : 40000);
+      StreamPtr stream = open(how, files.dir.path());
+      EXPECT_EQ(bytes.substr(0, 100), readString(*stream, 100));
+      stream->SetMark();
+      EXPECT_EQ(bytes.substr(100, 20000), readString(*stream, 20000));
+      stream->resetMark();
+      EXPECT_EQ(100, stream->GetStreamPos());
+      EXPECT_EQ(bytes.substr(100, 100), readString(*stream, 100));
+      stream->reset();
+      EXPECT_EQ(bytes, readString(*stream, 40000));
+    });
+  }
+}
+
 TEST(KXFileStreamWrite, TruncationSettingDecidesWhetherFilesAreCut) {
   for (KXBool allow : {1, 0}) {
     TruncationScope truncation(allow);
@@ -366,23 +385,19 @@ TEST(KXFileStreamWrite, TruncationSettingDecidesWhetherFilesAreCut) {
 // Writes payload in a child whose standard output or error goes to target. The child's status:
 // 0 all written, 1 the stream reported a failure, 2 position wrong, 3 flushing failed.
 int writeInChild(Flag flag, const std::string& payload, const std::string& target) {
-  fflush(nullptr);
-  const pid_t child = fork();
-  if (child == 0) {
+  return kxtest::inChild([&] {
     dup2(::open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), flag == eStdout ? 1 : 2);
-    int status = 0;
     try {
       StreamPtr stream = open(at(nullptr, nullptr, flag, flag == eStdout ? 0 : -1));
       writeString(*stream, payload);
-      status = stream->GetStreamPos() == static_cast<long>(payload.size()) ? 0 : 2;
+      if (stream->GetStreamPos() != static_cast<long>(payload.size())) {
+        return 2;
+      }
     } catch (const KXStreamException&) {
-      status = 1;
+      return 1;
     }
-    _exit(status != 0 ? status : (fflush(stdout) == 0 ? 0 : 3));
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return fflush(stdout) == 0 ? 0 : 3;
+  });
 }
 
 TEST(KXFileStreamStandard, WritesEveryByteUnchangedOrFailsWhenOutputFails) {

@@ -129,35 +129,4 @@ TEST(KXStreamArray, RefusesANegativeCountOrANullMember) {
   }
 }
 
-// Members of every readable kind, an array among them, read and re-read through one mark.
-TEST(KXStreamArray, ReadsMembersOfDifferentKindsAndReturnsToAMarkInsideOne) {
-  const TempDir dir;
-  const std::string path = dir.writeFile("member", "file bytes|");
-  std::string memory = "memory|";
-  StreamPtr<KXBasicGenericStream> file(
-      new KXFileStream(path.c_str(), "rb", 1, KXFileStream::eIn, 0));
-  StreamPtr<KXBasicGenericStream> scratch(new KXTempStream(4));
-  StreamPtr<KXBasicGenericStream> inner(
-      new KXMemStream(&memory[0], memory.size(), KXMemStream::eIn));
-  StreamPtr<KXBasicGenericStream> nested(
-      KXStreams::createStreamArray(1, Streams{inner.get()}.data()));
-  for (KXBasicGenericStream* stream : {file.get(), scratch.get(), inner.get(), nested.get()}) {
-    stream->init();
-  }
-  std::string spilled = "temporary";
-  scratch->write(&spilled[0], static_cast<int>(spilled.size()));
-  scratch->reset();
-  scratch->SetReadable();
-  StreamPtr<KXBasicGenericStream> all(
-      KXStreams::createStreamArray(3, Streams{file.get(), scratch.get(), nested.get()}.data()));
-  all->init();
-  EXPECT_EQ("file ", readString(*all, 5));
-  all->SetMark();
-  EXPECT_EQ("bytes|temporarymemory|", readString(*all, 100));
-  all->resetMark();
-  EXPECT_EQ("bytes|temporarymemory|", readString(*all, 100));
-  all.reset();
-  nested.reset();
-}
-
 }  // namespace

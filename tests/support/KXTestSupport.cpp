@@ -67,18 +67,11 @@ void LogCapture::sink(verbosity_level_t level, component_t component, const char
   static_cast<LogCapture*>(context)->mLines.push_back({level, component, line});
 }
 
-int LogCapture::count(const std::string& text) const {
-  int found = 0;
-  for (const LogLine& line : mLines) {
-    found += line.text.find(text) != std::string::npos ? 1 : 0;
-  }
-  return found;
-}
-
 int LogCapture::count(verbosity_level_t level, const std::string& text) const {
   int found = 0;
   for (const LogLine& line : mLines) {
-    found += line.level == level && line.text.find(text) != std::string::npos ? 1 : 0;
+    found +=
+        (level == 0 || line.level == level) && line.text.find(text) != std::string::npos ? 1 : 0;
   }
   return found;
 }

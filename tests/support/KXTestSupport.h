@@ -50,10 +50,9 @@ class LogCapture {
   ~LogCapture();
 
   const std::vector<LogLine>& lines() const { return mLines; }
-  // How many captured lines contain text.
-  int count(const std::string& text) const;
-  // How many captured lines at level contain text.
+  // How many captured lines at level (0: any level) contain text.
   int count(verbosity_level_t level, const std::string& text) const;
+  int count(const std::string& text) const { return count(0, text); }
   void clear() { mLines.clear(); }
 
  private:

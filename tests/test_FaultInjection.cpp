@@ -1,6 +1,5 @@
-// Faults the system injects under a stream: a file size limit, too few descriptors, a file cut
-// short by someone else, a temporary file whose reads fail. A full device is among the file
-// stream's failures.
+// Faults the system injects under a stream: a full device, a file size limit, too few
+// descriptors, a file cut short by someone else, a temporary file whose reads fail.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -20,6 +19,17 @@
 namespace {
 
 using namespace kxtest;
+
+TEST(FaultInjection, AFullDeviceRefusesTheWriteNamesENOSPCAndKeepsTheStreamUsable) {
+  auto stream = opened<KXFileStream>("/dev/full", "w", 0, KXFileStream::eOut, KXBool{0});
+  // The status stays the documented one; the system's reason travels in the message.
+  EXPECT_EQ(
+      "KXStreamException (code -10027): No space left on device (errno 28) "
+      "[KXBasicGenericStream.complete]",
+      outcome([&] { writeString(*stream, std::string(100, 'x')); }));
+  EXPECT_EQ(0, stream->GetStreamPos());
+  EXPECT_EQ(0, stream->GetLength());
+}
 
 // The file part is refused by a file size limit (SIGXFSZ ignored, so the write fails with
 // EFBIG instead of killing the process): the failure reaches the caller and what the memory

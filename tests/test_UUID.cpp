@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -69,8 +70,11 @@ void makeUuidsInto(std::vector<UuidKey>& keys, int count) {
   }
 }
 
+// The node is hashed afresh for every UUID from the time of day and the host name.
 TEST(Uuid, FieldsCarryVersionVariantMulticastNodeAndCurrentTime) {
+  std::vector<std::string> nodes;
   for (int i = 0; i < 100; ++i) {
+    usleep(2);
     kx_uuid_t uuid{};
     ASSERT_EQ(kx_uuid_create(&uuid), 1);
     EXPECT_EQ(uuid.time_hi_and_version & 0xF000, 0x1000);
@@ -82,7 +86,9 @@ TEST(Uuid, FieldsCarryVersionVariantMulticastNodeAndCurrentTime) {
       EXPECT_TRUE(isxdigit(digit) && !isupper(digit)) << b << ": " << digit;
     }
     EXPECT_NEAR(unixSecondsOf(timestampOf(uuid)), unixSecondsNow(), 2.0);
+    nodes.emplace_back(reinterpret_cast<const char*>(uuid.node), sizeof uuid.node);
   }
+  EXPECT_GT(distinctCount(nodes), 90u);
 }
 
 // The zero record prints as zeros; a null record gives no text; a free nulls the pointer.
@@ -137,11 +143,17 @@ TEST(SysDep, ClocksAgreeWithTheSystemTime) {
   // Seconds and milliseconds come from separate reads: a step back stays under one second.
   int64_t previous = kx_timestamp();
   EXPECT_NEAR(previous / 1000.0, unixSecondsNow(), 2.0);
+  bool sawMilliseconds = false;  // a clock that drops them reads whole seconds only
   for (int i = 0; i < 10000; ++i) {
     const int64_t now = kx_timestamp();
     EXPECT_GT(now, previous - 1000);
+    sawMilliseconds = sawMilliseconds || now % 1000 != 0;
     previous = now;
+    if (i % 100 == 0) {
+      usleep(100);
+    }
   }
+  EXPECT_TRUE(sawMilliseconds);
 }
 
 }  // namespace

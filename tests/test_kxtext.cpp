@@ -19,6 +19,14 @@ int formatTwice(char* first, char* second, size_t size, const char* format, ...)
   return secondLength;
 }
 
+int formatWide(wchar_t* destination, size_t size, const wchar_t* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = kx_vswprintf(destination, size, format, arguments);
+  va_end(arguments);
+  return length;
+}
+
 TEST(KxFormatting, ReportsTheFullLengthTruncatesSafelyAndLeavesTheArgumentListUnused) {
   char destination[8] = "#######";
   EXPECT_EQ(6, kx_snprintf(destination, 4, "%s", "abcdef"));
@@ -35,6 +43,11 @@ TEST(KxFormatting, ReportsTheFullLengthTruncatesSafelyAndLeavesTheArgumentListUn
   EXPECT_EQ(4, kx_swprintf(wide, 16, L"%ls-%d", L"ab", 7));
   EXPECT_EQ(0, kx_wcscmp(wide, L"ab-7"));
   EXPECT_LT(kx_swprintf(wide, 2, L"%ls", L"too long"), 0);
+  // A text that does not fit gives the call's own -1, whatever errno held before.
+  errno = EINTR;
+  EXPECT_EQ(-1, formatWide(wide, 2, L"%ls", L"too long"));
+  EXPECT_EQ(4, formatWide(wide, 16, L"%d-%ls", 12, L"z"));
+  EXPECT_EQ(0, kx_wcscmp(wide, L"12-z"));
 }
 
 TEST(KxNumbers, PrintAndParseDecimalToTheLimits) {

@@ -408,6 +408,14 @@ TEST(KXFileStreamStandard, WritesEveryByteUnchangedOrFailsWhenOutputFails) {
     EXPECT_TRUE(fileContents(dir.file("out")) == payload) << flag;
   }
   EXPECT_EQ(1, writeInChild(eStderr, payload, "/dev/full"));
+  // Driven by hand without a buffer, a transfer writes nothing.
+  EXPECT_EQ(0, kxtest::inChild([] {
+              const kxtest::StrictModeScope lenient(0);
+              StreamPtr stream = open(at(nullptr, nullptr, eStdout, 0));
+              stream->prepareBuffer()->mTransferLen = 5;
+              stream->complete();
+              return static_cast<int>(stream->GetStreamPos());
+            }));
   const int status = writeInChild(eStdout, payload, "/dev/full");  // buffered: may fail at flush
   EXPECT_TRUE(status == 1 || status == 3) << status;
 }

@@ -84,6 +84,21 @@ TEST(KXTempStream, KeepsContentInMemoryThenInAFileAndReadsItBackEndingWithTheLas
   }
 }
 
+// A completed read past the end raises the length (the engine's rule): bytes then due from a
+// file part that was never made fail the read with status 5.
+TEST(KXTempStream, BytesDueFromATemporaryFileNeverMadeFailTheReadWithStatus5) {
+  TempPtr stream = openTemp(16);
+  writeAll(*stream, "0123456789");
+  stream->SetMark(40);
+  stream->SetReadable();
+  stream->prepareBuffer();
+  stream->complete();
+  stream->reset();
+  EXPECT_EQ("KXStreamException (code 5, Input/output error) [KXBasicGenericStream.prepareBuffer]",
+            outcome([&] { readString(*stream, 40); }));
+  EXPECT_EQ(16, stream->GetStreamPos());
+}
+
 TEST(KXTempStream, RefusesANegativeMemorySizeAtInit) {
   auto* stream = new KXTempStream(-1);
   EXPECT_STREQ("", thrownBy<KXParameterException>([&] { stream->init(); }).GetMessage());

@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -37,11 +38,7 @@ const std::string& workDirectory() {
 }
 
 void writeSample(const std::string& path, size_t size) {
-  FILE* file = fopen(path.c_str(), "wb");
-  if (file == nullptr) abort();
-  const std::string bytes = kxfuzz::pattern(size, 7);
-  fwrite(bytes.data(), 1, bytes.size(), file);
-  fclose(file);
+  std::ofstream(path, std::ios::binary) << kxfuzz::pattern(size, 7);
 }
 
 std::string permission(kxfuzz::Reader& in) {

@@ -465,20 +465,18 @@ struct Pair {
   EngineModel* model;
 };
 
-std::string describe(const char* field, int64_t real, int64_t model) {
-  return std::string(field) + " real=" + std::to_string(real) + " model=" + std::to_string(model);
-}
-
 void compareRecord(const Pair& p, const char* step) {
   const KXStreamInfo& r = *p.real->GetInfo();
   const EngineModel& m = *p.model;
-  const std::string where = std::string(" after ") + step;
-  KX_FUZZ_CHECK(r.mStreamPos == m.pos, describe("mStreamPos", r.mStreamPos, m.pos) + where);
-  KX_FUZZ_CHECK(r.mMarkerPos == m.mark, describe("mMarkerPos", r.mMarkerPos, m.mark) + where);
-  KX_FUZZ_CHECK(r.mStreamLen == m.len, describe("mStreamLen", r.mStreamLen, m.len) + where);
-  KX_FUZZ_CHECK(r.mAtEOF == (m.eof ? 1 : 0), describe("mAtEOF", r.mAtEOF, m.eof) + where);
-  KX_FUZZ_CHECK(r.mReadFlag == (m.readFlag ? 1 : 0),
-                describe("mReadFlag", r.mReadFlag, m.readFlag) + where);
+  const auto same = [step](const char* field, int64_t real, int64_t model) {
+    KX_FUZZ_CHECK(real == model, std::string(field) + " real=" + std::to_string(real) +
+                                     " model=" + std::to_string(model) + " after " + step);
+  };
+  same("mStreamPos", r.mStreamPos, m.pos);
+  same("mMarkerPos", r.mMarkerPos, m.mark);
+  same("mStreamLen", r.mStreamLen, m.len);
+  same("mAtEOF", r.mAtEOF, m.eof);
+  same("mReadFlag", r.mReadFlag, m.readFlag);
 }
 
 // Runs one step on both sides; both must return the same bytes or throw the same class.

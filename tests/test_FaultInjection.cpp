@@ -66,15 +66,13 @@ TEST(FaultInjection, TooFewDescriptorsFailTheOpenWithEMFILENamingThePath) {
               const int lowestFree = ::open("/dev/null", O_RDONLY);
               ::close(lowestFree);
               const rlimit tight{static_cast<rlim_t>(lowestFree), 1024};
-              auto* stream = new KXFileStream(path.c_str(), "rb", 16384, KXFileStream::eIn, 0);
+              StreamPtr<KXFileStream> stream(
+                  new KXFileStream(path.c_str(), "rb", 16384, KXFileStream::eIn, 0));
               // The sanitizers need descriptors to check an exception's type the first time:
               // the same failure runs once beforehand, with descriptors to spare.
-              auto* missing = new KXFileStream("/nonexistent/x", "rb", 16384, KXFileStream::eIn, 0);
-              try {
-                missing->init();
-              } catch (const KXFileSystemException&) {
-              }
-              missing->close();
+              thrownBy<KXFileSystemException>([] {
+                opened<KXFileStream>("/nonexistent/x", "rb", 16384, KXFileStream::eIn, KXBool{0});
+              });
               if (setrlimit(RLIMIT_NOFILE, &tight) != 0) return 1;
               try {
                 stream->init();
@@ -83,7 +81,7 @@ TEST(FaultInjection, TooFewDescriptorsFailTheOpenWithEMFILENamingThePath) {
                 if (e.GetCode() != EMFILE) return 3;
                 if (std::string(e.GetMessage()).find(path) == std::string::npos) return 4;
               }
-              stream->close();
+              stream.reset();
               const rlimit wide{1024, 1024};
               setrlimit(RLIMIT_NOFILE, &wide);
               return openDescriptorCount() == before ? 0 : 5;

@@ -73,6 +73,7 @@ TEST(KXLogging, NullSinkRestoresStandardErrorWithANewline) {
 TEST(KXLogging, ConcurrentLinesReachTheSinkOneAtATime) {
   LogCapture capture(true);
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int thread = 0; thread < 4; ++thread) {
     threads.emplace_back([thread] {
       for (int line = 0; line < 500; ++line) {

@@ -85,6 +85,29 @@ inline Thrown classify(const KXException& e) {
   return Thrown::kOther;
 }
 
+// Runs one library operation; a KXException of a documented class is an allowed outcome,
+// anything else escapes or is a divergence.
+template <class Operation>
+void attempt(Operation operation) {
+  try {
+    operation();
+  } catch (const KXException& e) {
+    KX_FUZZ_CHECK(classify(e) != Thrown::kOther, e.what());
+  }
+}
+
+// Ends a stream whatever state the input left it in: as an output stream it has no input byte
+// count to check, so a close whose kind keeps the contract must succeed and free everything.
+template <class Stream>
+void closeAsOutput(Stream* stream) {
+  stream->SetWritable();
+  try {
+    stream->close();
+  } catch (const KXException& e) {
+    divergence("closing as an output stream failed", e.what());
+  }
+}
+
 // The reference digest: what md5sum prints for the bytes.
 inline std::string md5Hex(const std::string& bytes) {
   unsigned char digest[EVP_MAX_MD_SIZE];

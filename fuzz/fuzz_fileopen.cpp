@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -37,11 +38,7 @@ const std::string& workDirectory() {
 }
 
 void writeSample(const std::string& path, size_t size) {
-  FILE* file = fopen(path.c_str(), "wb");
-  if (file == nullptr) abort();
-  const std::string bytes = kxfuzz::pattern(size, 7);
-  fwrite(bytes.data(), 1, bytes.size(), file);
-  fclose(file);
+  std::ofstream(path, std::ios::binary) << kxfuzz::pattern(size, 7);
 }
 
 std::string permission(kxfuzz::Reader& in) {
@@ -70,7 +67,7 @@ bool isDocumented(kxfuzz::Thrown thrown) {
 void use(KXFileStream& stream, KXFileStream::EIoFlag mode, kxfuzz::Reader& in) {
   std::vector<char> buffer(4096);
   for (int steps = in.byte() % 4; steps > 0; --steps) {
-    try {
+    kxfuzz::attempt([&] {
       const int n = in.u16() % 4096;
       if (mode == KXFileStream::eIn || (mode == KXFileStream::eInOut && (in.byte() & 1))) {
         KX_FUZZ_CHECK(stream.read(buffer.data(), n) <= n, "read more than asked");
@@ -78,9 +75,7 @@ void use(KXFileStream& stream, KXFileStream::EIoFlag mode, kxfuzz::Reader& in) {
         stream.write(buffer.data(), n);
       }
       if (in.byte() & 1) stream.SetMark(in.byte());
-    } catch (const KXException& e) {
-      KX_FUZZ_CHECK(kxfuzz::classify(e) != kxfuzz::Thrown::kOther, e.what());
-    }
+    });
   }
 }
 
@@ -90,12 +85,7 @@ void closeStream(KXFileStream* stream) {
   try {
     stream->close();
   } catch (const KXException&) {
-    stream->SetWritable();
-    try {
-      stream->close();
-    } catch (const KXException& e) {
-      kxfuzz::divergence("second close failed", e.what());
-    }
+    kxfuzz::closeAsOutput(stream);
   }
 }
 

@@ -11,10 +11,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
 #include <functional>
-#include <iterator>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -47,7 +44,9 @@ class Probe : public KXFileStream {
 };
 
 using StreamPtr = kxtest::StreamPtr<Probe>;
+using kxtest::fileContents;
 using kxtest::readString;
+using kxtest::writeString;
 
 struct Opening {
   const char* path;  // inside the test directory; null and "" as they stand
@@ -80,15 +79,6 @@ StreamPtr open(const Opening& how, const std::string& dir = "", bool init = true
     stream->init();
   }
   return stream;
-}
-
-std::string contents(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-long writeBytes(KXBasicGenericStream& stream, std::string bytes) {
-  return stream.write(&bytes[0], static_cast<int>(bytes.size()));
 }
 
 class TruncationScope {
@@ -223,21 +213,21 @@ TEST(KXFileStreamFailures, CarryTheirClassCodeAndTextAndLeakNothing) {
        "KXFileStream.KXFileStream (%s,r+,16384) | KXFileStream.KXFileStream (%s,r+,16384)"},
       {in, [](Probe& s) { readString(s.rewire(eIn, nullptr), 1); }, kInternal, 0,
        "vFileInfo != NULL"},
-      {out, [](Probe& s) { writeBytes(s.rewire(eOut, nullptr), "a"); }, kInternal, 0,
+      {out, [](Probe& s) { writeString(s.rewire(eOut, nullptr), "a"); }, kInternal, 0,
        "vFileInfo != NULL"},
       {in, [](Probe& s) { readString(withDescriptor(s, ::open("/dev/null", O_WRONLY)), 1); },
        kStream, EBADF, ""},
       {out, [](Probe& s) { completeByHand(s, -3); }, kStream, KX_PARAM_ERR, "", nullptr, -3},
       {out, [](Probe& s) { completeByHand(s, 5); }, kStream, KX_PARAM_ERR, "", nullptr, -1},
-      {out, [](Probe& s) { writeBytes(withDescriptor(s, ::open("/dev/full", O_WRONLY)), "a"); },
+      {out, [](Probe& s) { writeString(withDescriptor(s, ::open("/dev/full", O_WRONLY)), "a"); },
        kStream, KX_FILESYSTEM_ERR, "No space left on device (errno 28)", nullptr, -1},
-      {out, [&](Probe& s) { writeBytes(withPipe(s, readEnd), "a"); }, kFileSystem, 0, "",
+      {out, [&](Probe& s) { writeString(withPipe(s, readEnd), "a"); }, kFileSystem, 0, "",
        "KXBasicGenericStream.complete"},
       {in, [&](Probe& s) { withPipe(s, readEnd).SetMark(); }, kStream, ESPIPE, ""},
       {out, [&](Probe& s) { withPipe(s, readEnd).resetMark(); }, kStream, ESPIPE, ""},
       {in, [](Probe& s) { s.rewire(static_cast<Flag>(7), &s.file()).resetMark(); }, kInternal, 0,
        "false"},
-      {in, [](Probe& s) { writeBytes(s, "a"); }, kFileSystem, KX_FILESYSTEM_ERR, "", ""},
+      {in, [](Probe& s) { writeString(s, "a"); }, kFileSystem, KX_FILESYSTEM_ERR, "", ""},
       {console, [](Probe& s) { readString(s, 1); }, "KXNotSupportedException", 0, ""},
       {console, [](Probe& s) { s.getFileSize("/nil", "r"); }, kFileSystem, ENOENT,
        "kx_stat(/nil,-) failed"},
@@ -285,11 +275,14 @@ TEST(KXFileStreamRead, DeliversExactBytesCappedByBufferAndEnd) {
     KXBool strict = 1;  // the byte count cannot follow moves made behind the stream's back
   } cases[] = {
       {at("f100", "r", eIn), 0, {{10, 10, 0}, {1000, 90, 1}, {1, 0, 1}}},
+      {at("f100", "r", eIn), 0, {{60, 60, 0}, {40, 40, 1}}},
       {at("f100", "r", eIn), 0, {{10, 10, 0}, {10, 10, 0, 50}, {10, 10, 0, 5}}, 0},
       {at("f40000", "RB", eIn, 1),
        0,
        {{0, 0, 1}, {10, 10, 0}, {16383, 16383, 0}, {50000, 16384, 0}, {16385, 7223, 1}}},
       {range("f100", "r", eIn, 10, 20, -1), 10, {{50000, 20, 1}, {1, 0, 1}}},
+      {range("f100", "r", eIn, 10, 20, -1), 10, {{5, 5, 0}, {5, 5, 0}, {50000, 10, 1}}},
+      {range("f1000", "r", eIn, 100, 300, -1), 100, {{299, 299, 0}, {1, 1, 1}, {1, 0, 1}}},
       {range("f100", "r", eIn, 100, -1, -1), 100, {{1, 0, 1}}},
       {at("f0", "r", eIn), 0, {{1, 0, 1}}},
   };
@@ -344,7 +337,7 @@ TEST(KXFileStreamWrite, StartsAndLandsWhereTheOpeningSays) {
       StreamPtr stream = open(row.how, files.dir.path());
       EXPECT_EQ(row.readFlag, stream->GetInfo()->mReadFlag);
       EXPECT_EQ(row.start, stream->GetStreamPos());
-      EXPECT_EQ(10, writeBytes(*stream, "0123456789"));
+      EXPECT_EQ(10, writeString(*stream, "0123456789"));
       EXPECT_EQ(row.end, stream->GetStreamPos());
       EXPECT_EQ(row.length, stream->GetLength());
       if (row.how.flag == eInOut) {  // reads back from the start through the reading half
@@ -352,7 +345,7 @@ TEST(KXFileStreamWrite, StartsAndLandsWhereTheOpeningSays) {
         EXPECT_EQ(expected.substr(0, 10), readString(*stream, 10));
       }
       stream.reset();
-      EXPECT_EQ(expected, contents(files.dir.file("f100")));
+      EXPECT_EQ(expected, fileContents(files.dir.file("f100")));
     });
   }
 }
@@ -362,10 +355,10 @@ TEST(KXFileStreamWrite, StartsAndLandsWhereTheOpeningSays) {
 TEST(KXFileStreamRange, OpensAtAnyStartOverAFileWhoseSizeReadsZero) {
   withFiles([](Files& files) {
     StreamPtr out = open(range("f0", "r+", eOut, 100, 50, -1), files.dir.path());
-    EXPECT_EQ(10, writeBytes(*out, "0123456789"));
+    EXPECT_EQ(10, writeString(*out, "0123456789"));
     EXPECT_EQ(50, out->GetLength());
     out.reset();
-    EXPECT_EQ(std::string(100, '\0') + "0123456789", contents(files.dir.file("f0")));
+    EXPECT_EQ(std::string(100, '\0') + "0123456789", fileContents(files.dir.file("f0")));
     StreamPtr device = open(range("/dev/null", "r", eIn, 4096, 0, -1));
     EXPECT_EQ("", readString(*device, 10));
     EXPECT_EQ(1, device->isAtEOF());
@@ -376,8 +369,28 @@ TEST(KXFileStreamRange, OpensAtAnyStartOverAFileWhoseSizeReadsZero) {
 // as read, so its strict close failed; a second init() opened the file and allocated again.
 TEST(KXFileStreamLeaks, AppendingInOutCloseAndSecondInitLeakNothing) {
   withFiles(
-      [](Files& files) { writeBytes(*open(at("f100", "a+", eInOut), files.dir.path()), "x"); });
+      [](Files& files) { writeString(*open(at("f100", "a+", eInOut), files.dir.path()), "x"); });
   withFiles([](Files& files) { open(at("f100", "r", eIn), files.dir.path())->init(); });
+}
+
+// From any position, whatever the buffer holds, in the whole file and in a byte range.
+TEST(KXFileStreamRead, ReturnsToAMarkAndRereadsTheSameBytes) {
+  for (const Opening& how :
+       {at("f40000", "rb", eIn, 1), range("f40000", "r", eIn, 500, 30000, -1)}) {
+    withFiles([&](Files& files) {
+      const std::string bytes =
+          files.bytes.substr(static_cast<size_t>(how.start), how.partial ? 30000 : 40000);
+      StreamPtr stream = open(how, files.dir.path());
+      EXPECT_EQ(bytes.substr(0, 100), readString(*stream, 100));
+      stream->SetMark();
+      EXPECT_EQ(bytes.substr(100, 20000), readString(*stream, 20000));
+      stream->resetMark();
+      EXPECT_EQ(100, stream->GetStreamPos());
+      EXPECT_EQ(bytes.substr(100, 100), readString(*stream, 100));
+      stream->reset();
+      EXPECT_EQ(bytes, readString(*stream, 40000));
+    });
+  }
 }
 
 TEST(KXFileStreamWrite, TruncationSettingDecidesWhetherFilesAreCut) {
@@ -385,15 +398,15 @@ TEST(KXFileStreamWrite, TruncationSettingDecidesWhetherFilesAreCut) {
     TruncationScope truncation(allow);
     Files files;
     StreamPtr stream = open(at("new", "w", eOut), files.dir.path());
-    writeBytes(*stream, files.bytes.substr(0, 100));
+    writeString(*stream, files.bytes.substr(0, 100));
     stream->SetMark(40);
-    writeBytes(*stream, "0123456789");
+    writeString(*stream, "0123456789");
     EXPECT_EQ(allow ? 50 : 110, stream->GetLength());
     EXPECT_EQ(files.bytes.substr(0, 40) + "0123456789" + files.bytes.substr(50, allow ? 0 : 50),
-              contents(files.dir.file("new")));
+              fileContents(files.dir.file("new")));
     // A ceiling below the file's size cuts it at init().
     open(range("f1000", "r+", eOut, 0, 100, 500), files.dir.path());
-    EXPECT_EQ(files.bytes.substr(0, allow ? 500 : 1000), contents(files.dir.file("f1000")));
+    EXPECT_EQ(files.bytes.substr(0, allow ? 500 : 1000), fileContents(files.dir.file("f1000")));
   }
 }
 
@@ -402,15 +415,16 @@ TEST(KXFileStreamWrite, TruncationSettingDecidesWhetherFilesAreCut) {
 int writeInChild(Flag flag, const std::string& payload, const std::string& target) {
   return kxtest::inChild([&] {
     dup2(::open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), flag == eStdout ? 1 : 2);
-    int status = 0;
     try {
       StreamPtr stream = open(at(nullptr, nullptr, flag, flag == eStdout ? 0 : -1));
-      writeBytes(*stream, payload);
-      status = stream->GetStreamPos() == static_cast<long>(payload.size()) ? 0 : 2;
+      writeString(*stream, payload);
+      if (stream->GetStreamPos() != static_cast<long>(payload.size())) {
+        return 2;
+      }
     } catch (const KXStreamException&) {
-      status = 1;
+      return 1;
     }
-    return status != 0 ? status : (fflush(stdout) == 0 ? 0 : 3);
+    return fflush(stdout) == 0 ? 0 : 3;
   });
 }
 
@@ -419,11 +433,19 @@ TEST(KXFileStreamStandard, WritesEveryByteUnchangedOrFailsWhenOutputFails) {
   for (Flag flag : {eStdout, eStderr}) {
     kxtest::TempDir dir;
     ASSERT_EQ(0, writeInChild(flag, payload, dir.file("out"))) << flag;
-    EXPECT_TRUE(contents(dir.file("out")) == payload) << flag;
+    EXPECT_TRUE(fileContents(dir.file("out")) == payload) << flag;
   }
   for (Flag flag : {eStdout, eStderr}) {  // nothing is held back: the write itself fails
     EXPECT_EQ(1, writeInChild(flag, payload, "/dev/full")) << flag;
   }
+  // Driven by hand without a buffer, a transfer writes nothing.
+  EXPECT_EQ(0, kxtest::inChild([] {
+              const kxtest::StrictModeScope lenient(0);
+              StreamPtr stream = open(at(nullptr, nullptr, eStdout, 0));
+              stream->prepareBuffer()->mTransferLen = 5;
+              stream->complete();
+              return static_cast<int>(stream->GetStreamPos());
+            }));
 }
 
 void ignoreSignal(int /*signal*/) {}
@@ -446,7 +468,7 @@ TEST(KXFileStreamStandard, WritesEveryByteThroughSignalsOverASlowPipe) {
       setitimer(ITIMER_REAL, &everyMillisecond, nullptr);
       StreamPtr stream = open(at(nullptr, nullptr, flag));
       for (size_t offset = 0; offset < payload.size(); offset += 16384) {
-        if (writeBytes(*stream, payload.substr(offset, 16384)) != 16384) {
+        if (writeString(*stream, payload.substr(offset, 16384)) != 16384) {
           return 1;
         }
       }

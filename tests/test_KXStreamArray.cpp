@@ -41,9 +41,7 @@ class ArrayProbe : public KXStreamArray {
 };
 
 StreamPtr<ArrayProbe> openArray(Streams streams) {
-  StreamPtr<ArrayProbe> array(new ArrayProbe(static_cast<int>(streams.size()), streams.data()));
-  array->init();
-  return array;
+  return opened<ArrayProbe>(static_cast<int>(streams.size()), streams.data());
 }
 
 // The caller's list is released before the first read; reset() rewinds every member.
@@ -100,22 +98,11 @@ TEST(KXStreamArray, ResetMarkReturnsEveryMemberToItsMark) {
   EXPECT_EQ("abcdefghij", readString(*array, 100));
 }
 
-// A one-way input over the string in its context.
-long deliverContext(KXStreamInfo* info) {
-  const auto& bytes = *static_cast<const std::string*>(info->mUserData);
-  const auto size = static_cast<int64_t>(bytes.size());
-  info->mTransferLen = std::min(info->mTransferLen, size - info->mStreamPos);
-  info->mBuffer = const_cast<char*>(bytes.data()) + info->mStreamPos;
-  info->mStreamPos += info->mTransferLen;
-  info->mAtEOF = info->mStreamPos == size ? 1 : 0;
-  return 0;
-}
-
 // Returning to the mark without having moved needs nothing of the member that cannot mark.
 TEST(KXStreamArray, AMemberThatCannotMarkFailsOnlyAResetThatNeedsIt) {
-  const std::string oneWay = "defg";
+  StringSource oneWay{"defg"};
   Members members({"abc"});
-  members.add(new KXCustomStream(deliverContext, nullptr, nullptr, nullptr, nullptr, &oneWay));
+  members.add(new KXCustomStream(stringSourcePrepare, nullptr, nullptr, nullptr, nullptr, &oneWay));
   members.list.back()->init();
   StreamPtr<ArrayProbe> array = openArray(members.list);
   EXPECT_EQ("abcd", readString(*array, 4));
@@ -140,41 +127,6 @@ TEST(KXStreamArray, RefusesANegativeCountOrANullMember) {
     SCOPED_TRACE(&construct - constructions);
     thrownBy<KXParameterException>(construct);
   }
-}
-
-}  // namespace
-
-namespace {
-
-// Members of every readable kind, an array among them, read and re-read through one mark.
-TEST(KXStreamArray, ReadsMembersOfDifferentKindsAndReturnsToAMarkInsideOne) {
-  const TempDir dir;
-  const std::string path = dir.writeFile("member", "file bytes|");
-  std::string memory = "memory|";
-  StreamPtr<KXBasicGenericStream> file(
-      new KXFileStream(path.c_str(), "rb", 1, KXFileStream::eIn, 0));
-  StreamPtr<KXBasicGenericStream> scratch(new KXTempStream(4));
-  StreamPtr<KXBasicGenericStream> inner(
-      new KXMemStream(&memory[0], memory.size(), KXMemStream::eIn));
-  StreamPtr<KXBasicGenericStream> nested(
-      KXStreams::createStreamArray(1, Streams{inner.get()}.data()));
-  for (KXBasicGenericStream* stream : {file.get(), scratch.get(), inner.get(), nested.get()}) {
-    stream->init();
-  }
-  std::string spilled = "temporary";
-  scratch->write(&spilled[0], static_cast<int>(spilled.size()));
-  scratch->reset();
-  scratch->SetReadable();
-  StreamPtr<KXBasicGenericStream> all(
-      KXStreams::createStreamArray(3, Streams{file.get(), scratch.get(), nested.get()}.data()));
-  all->init();
-  EXPECT_EQ("file ", readString(*all, 5));
-  all->SetMark();
-  EXPECT_EQ("bytes|temporarymemory|", readString(*all, 100));
-  all->resetMark();
-  EXPECT_EQ("bytes|temporarymemory|", readString(*all, 100));
-  all.reset();
-  nested.reset();
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+#include "KXStringConversion.h"
+
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -5,66 +7,48 @@
 #include <string>
 #include <thread>
 
-#include "KXStringConversion.h"
-
 namespace {
 
-TEST(KXStringConversion, TextsStayValidAcrossEightFurtherCalls) {
-  const char* number = KXStringConversion::toString(12345L);
-  const char* text = KXStringConversion::toString("kept");
-  for (int call = 0; call < 8; ++call) {
-    switch (call % 4) {
-      case 0:
-        KXStringConversion::toString(static_cast<long>(call));
-        break;
-      case 1:
-        KXStringConversion::toString(static_cast<unsigned char>(call));
-        break;
-      case 2:
-        KXStringConversion::toString("other");
-        break;
-      default:
-        KXStringConversion::removePercent("1%2");
-    }
-  }
-  EXPECT_STREQ(number, "12345");
-  EXPECT_STREQ(text, "kept");
-}
+using Conversion = KXStringConversion;
 
-TEST(KXStringConversion, OtherThreadsDoNotOverwriteThisThreadsTexts) {
-  const char* mine = KXStringConversion::toString(777L);
+// Eight more calls of every kind on this thread, and any number on another, leave a text alone.
+TEST(KXStringConversion, TextsStayValidAcrossEightFurtherCallsAndOtherThreads) {
+  const char* number = Conversion::toString(12345L);
+  const char* text = Conversion::toString("kept");
+  for (int call = 0; call < 2; ++call) {
+    Conversion::toString(static_cast<long>(call));
+    Conversion::toString(static_cast<unsigned char>(call));
+    Conversion::toString("other");
+    Conversion::removePercent("1%2");
+  }
   std::thread other([] {
     for (long call = 0; call < 100; ++call) {
-      KXStringConversion::toString(call);
+      Conversion::toString(call);
     }
   });
   other.join();
-  EXPECT_STREQ(mine, "777");
+  EXPECT_STREQ("12345", number);
+  EXPECT_STREQ("kept", text);
 }
 
-TEST(KXStringConversion, NumbersAreDecimal) {
-  EXPECT_STREQ(KXStringConversion::toString(0L), "0");
-  EXPECT_STREQ(KXStringConversion::toString(-10006L), "-10006");
-  EXPECT_EQ(std::string(KXStringConversion::toString(LONG_MIN)), std::to_string(LONG_MIN));
-  EXPECT_EQ(std::string(KXStringConversion::toString(LONG_MAX)), std::to_string(LONG_MAX));
-  EXPECT_STREQ(KXStringConversion::toString(static_cast<unsigned char>(0)), "0");
-  EXPECT_STREQ(KXStringConversion::toString(static_cast<unsigned char>(1)), "1");
-  EXPECT_STREQ(KXStringConversion::toString(static_cast<unsigned char>(255)), "255");
-}
-
-TEST(KXStringConversion, TextIsCopiedAndNullBecomesNULL) {
+TEST(KXStringConversion, ConvertsNumbersToDecimalAndCopiesTextsWithNullAsNULL) {
+  EXPECT_STREQ("-10006", Conversion::toString(-10006L));
+  EXPECT_EQ(std::to_string(LONG_MIN), Conversion::toString(LONG_MIN));
+  EXPECT_EQ(std::to_string(LONG_MAX), Conversion::toString(LONG_MAX));
+  for (int byte : {0, 1, 255}) {
+    EXPECT_EQ(std::to_string(byte), Conversion::toString(static_cast<unsigned char>(byte)));
+  }
   char source[] = "path";
-  const char* copy = KXStringConversion::toString(source);
+  const char* copy = Conversion::toString(source);
   std::strcpy(source, "gone");
-  EXPECT_STREQ(copy, "path");
-  EXPECT_STREQ(KXStringConversion::toString(static_cast<const char*>(nullptr)), "NULL");
+  EXPECT_STREQ("path", copy);
+  EXPECT_STREQ("NULL", Conversion::toString(static_cast<const char*>(nullptr)));
 }
 
 TEST(KXStringConversion, RemovePercentDropsEveryPercentSign) {
-  EXPECT_STREQ(KXStringConversion::removePercent("100% %s%n"), "100 sn");
-  EXPECT_STREQ(KXStringConversion::removePercent("%%%"), "");
-  EXPECT_STREQ(KXStringConversion::removePercent("plain"), "plain");
-  EXPECT_STREQ(KXStringConversion::removePercent(nullptr), "NULL");
+  EXPECT_STREQ("100 sn", Conversion::removePercent("100% %s%n"));
+  EXPECT_STREQ("", Conversion::removePercent("%%%"));
+  EXPECT_STREQ("NULL", Conversion::removePercent(nullptr));
 }
 
 }  // namespace

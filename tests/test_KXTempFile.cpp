@@ -1,4 +1,5 @@
-#include <dirent.h>
+#include "KXTempFile.h"
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -6,40 +7,18 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
-#include "KXTempFile.h"
 #include "KXTestSupport.h"
 
 namespace {
 
-// Sets $TMPDIR for the scope and restores what was there before.
-class TmpdirScope {
- public:
-  explicit TmpdirScope(const std::string& value) {
-    const char* previous = getenv("TMPDIR");
-    mHadPrevious = previous != nullptr;
-    mPrevious = mHadPrevious ? previous : "";
-    setenv("TMPDIR", value.c_str(), 1);
-  }
-  ~TmpdirScope() {
-    if (mHadPrevious) {
-      setenv("TMPDIR", mPrevious.c_str(), 1);
-    } else {
-      unsetenv("TMPDIR");
-    }
-  }
-
- private:
-  bool mHadPrevious;
-  std::string mPrevious;
-};
+using namespace kxtest;
 
 struct stat statusOf(const KXTempFile& file) {
   struct stat status {};
-  EXPECT_EQ(fstat(fileno(file.getFile()), &status), 0);
+  EXPECT_EQ(0, fstat(fileno(file.getFile()), &status));
   return status;
 }
 
@@ -51,92 +30,53 @@ std::string linkTextOf(const KXTempFile& file) {
   return length > 0 ? std::string(target, static_cast<size_t>(length)) : std::string();
 }
 
-std::vector<std::string> entriesOf(const std::string& directory) {
-  std::vector<std::string> names;
-  DIR* stream = opendir(directory.c_str());
-  for (dirent* entry = readdir(stream); entry != nullptr; entry = readdir(stream)) {
-    const std::string name = entry->d_name;
-    if (name != "." && name != "..") {
-      names.push_back(name);
+TEST(KXTempFile, IsAnEmptyUnlinkedOwnerOnlyFileWhateverTheUmaskAndClosedWithItsOwner) {
+  const long descriptors = openDescriptorCount();
+  const std::string bytes = randomBytes(100000, 7);
+  for (mode_t mask : {0277, 0}) {
+    const mode_t previous = umask(mask);
+    {
+      const KXTempFile file;
+      umask(previous);
+      ASSERT_NE(nullptr, file.getFile());
+      const struct stat status = statusOf(file);
+      EXPECT_TRUE(S_ISREG(status.st_mode));
+      EXPECT_EQ(0u, status.st_nlink);
+      EXPECT_EQ(0600u, status.st_mode & 07777);
+      EXPECT_EQ(0, status.st_size);
+      EXPECT_TRUE(fcntl(fileno(file.getFile()), F_GETFD) & FD_CLOEXEC);
+      ASSERT_EQ(bytes.size(), fwrite(bytes.data(), 1, bytes.size(), file.getFile()));
+      rewind(file.getFile());
+      std::string back(bytes.size(), '\0');
+      ASSERT_EQ(back.size(), fread(&back[0], 1, back.size(), file.getFile()));
+      EXPECT_EQ(bytes, back);
     }
   }
-  closedir(stream);
-  return names;
+  EXPECT_EQ(descriptors, openDescriptorCount());
 }
 
-size_t openDescriptorCount() { return entriesOf("/proc/self/fd").size(); }
-
-TEST(KXTempFile, IsAnEmptyUnlinkedOwnerOnlyFileClosedOnExec) {
-  const KXTempFile file;
-  ASSERT_NE(file.getFile(), nullptr);
-  const struct stat status = statusOf(file);
-  EXPECT_TRUE(S_ISREG(status.st_mode));
-  EXPECT_EQ(status.st_nlink, 0u);
-  EXPECT_EQ(status.st_mode & 07777, 0600u);
-  EXPECT_EQ(status.st_size, 0);
-  EXPECT_TRUE(fcntl(fileno(file.getFile()), F_GETFD) & FD_CLOEXEC);
-}
-
-TEST(KXTempFile, ModeIsOwnerOnlyWhateverTheUmask) {
-  const mode_t previous = umask(0277);
-  const KXTempFile restrictive;
-  umask(0);
-  const KXTempFile permissive;
-  umask(previous);
-  EXPECT_EQ(statusOf(restrictive).st_mode & 07777, 0600u);
-  EXPECT_EQ(statusOf(permissive).st_mode & 07777, 0600u);
-}
-
-TEST(KXTempFile, ReadsBackWhatWasWritten) {
-  const KXTempFile file;
-  const std::string bytes = kxtest::randomBytes(100000, 7);
-  FILE* stream = file.getFile();
-  ASSERT_EQ(fwrite(bytes.data(), 1, bytes.size(), stream), bytes.size());
-  rewind(stream);
-  std::string back(bytes.size(), '\0');
-  ASSERT_EQ(fread(&back[0], 1, back.size(), stream), back.size());
-  EXPECT_EQ(back, bytes);
-}
-
-TEST(KXTempFile, LivesInTmpdirAndLeavesNothingThere) {
-  kxtest::TempDir directory;
-  struct stat directoryStatus {};
-  ASSERT_EQ(stat(directory.path().c_str(), &directoryStatus), 0);
-  TmpdirScope scope(directory.path());
-  {
+// A usable $TMPDIR holds the file (and nothing remains there); any other falls back to /tmp.
+TEST(KXTempFile, LivesInAUsableTmpdirElseInTmp) {
+  TempDir dir;
+  const std::string plainFile = dir.writeFile("plain", "x");
+  const std::string usable = dir.file("usable");
+  ASSERT_EQ(0, mkdir(usable.c_str(), 0700));
+  for (const std::string& value : {usable, std::string(), dir.file("missing"), plainFile}) {
+    EnvScope scope("TMPDIR", value.c_str());
     const KXTempFile file;
-    EXPECT_EQ(linkTextOf(file).rfind(directory.path() + "/", 0), 0u) << linkTextOf(file);
-    EXPECT_EQ(statusOf(file).st_dev, directoryStatus.st_dev);
-    EXPECT_TRUE(entriesOf(directory.path()).empty());
+    const std::string expected = value == usable ? usable + "/" : "/tmp/";
+    EXPECT_EQ(0u, linkTextOf(file).rfind(expected, 0)) << value << ": " << linkTextOf(file);
   }
-  EXPECT_TRUE(entriesOf(directory.path()).empty());
-}
-
-TEST(KXTempFile, UnusableTmpdirFallsBackToTmp) {
-  kxtest::TempDir directory;
-  const std::string notADirectory = directory.writeFile("plain", "x");
-  for (const std::string& value : {std::string(), directory.file("missing"), notADirectory}) {
-    TmpdirScope scope(value);
-    const KXTempFile file;
-    EXPECT_EQ(linkTextOf(file).rfind("/tmp/", 0), 0u) << "TMPDIR=" << value;
-  }
-}
-
-TEST(KXTempFile, LeavesNoDescriptorOpen) {
-  const size_t before = openDescriptorCount();
-  for (int round = 0; round < 20; ++round) {
-    const KXTempFile file;
-  }
-  EXPECT_EQ(openDescriptorCount(), before);
+  EXPECT_EQ(0, rmdir(usable.c_str())) << "the directory must be left empty";
 }
 
 TEST(KXTempFile, ThrowsTheErrnoWhenNoDescriptorIsLeft) {
   rlimit saved{};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
-  const size_t before = openDescriptorCount();
+  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &saved));
+  const long before = openDescriptorCount();
   rlimit tight = saved;
-  tight.rlim_cur = before + 8;
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
+  tight.rlim_cur = static_cast<rlim_t>(before) + 8;
+  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &tight));
   std::vector<int> fillers;
   for (int fd = dup(STDIN_FILENO); fd >= 0; fd = dup(STDIN_FILENO)) {
     fillers.push_back(fd);
@@ -151,8 +91,8 @@ TEST(KXTempFile, ThrowsTheErrnoWhenNoDescriptorIsLeft) {
     close(fd);
   }
   setrlimit(RLIMIT_NOFILE, &saved);
-  EXPECT_EQ(thrown, EMFILE);
-  EXPECT_EQ(openDescriptorCount(), before);
+  EXPECT_EQ(EMFILE, thrown);
+  EXPECT_EQ(before, openDescriptorCount());
 }
 
 }  // namespace

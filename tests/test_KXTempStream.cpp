@@ -18,27 +18,39 @@ using namespace kxtest;
 
 using TempPtr = StreamPtr<KXTempStream>;
 
-TempPtr openTemp(int memSize) {
-  TempPtr stream(new KXTempStream(memSize));
-  stream->init();
-  return stream;
+TempPtr openTemp(int memSize) { return opened<KXTempStream>(memSize); }
+
+void writeAll(KXBasicGenericStream& stream, const std::string& bytes) {
+  EXPECT_EQ(static_cast<long>(bytes.size()), writeString(stream, bytes));
 }
 
-void writeAll(KXBasicGenericStream& stream, std::string bytes) {
-  EXPECT_EQ(static_cast<long>(bytes.size()),
-            stream.write(&bytes[0], static_cast<int>(bytes.size())));
-}
-
-// A straddling write reports its whole count; reading without a rewind finds the end.
-TEST(KXTempStream, CreatesATemporaryFileOnlyForContentBeyondTheMemoryPart) {
-  struct Case {
+// Content beyond the memory part goes to a temporary file, made only then and gone at close; a
+// straddling write reports its whole count. Reading back hands out the memory part in place,
+// then the file in chunks of at most 16384 bytes, and reports the end with the transfer that
+// reaches it, whichever part that is.
+TEST(KXTempStream, KeepsContentInMemoryThenInAFileAndReadsItBackEndingWithTheLastByte) {
+  struct Transfer {
+    int64_t asked, delivered;
+    KXBool atEOF;
+  };
+  constexpr int64_t kAll = INT64_MAX;
+  const struct {
     int memSize;
     std::vector<size_t> writes;
     long files;
+    std::vector<Transfer> transfers;
+  } cases[] = {
+      {100, {}, 0, {{1, 0, 1}}},
+      {100, {60, 40}, 0, {{100, 100, 1}, {1, 0, 1}}},
+      {100, {60}, 0, {{30, 30, 0}, {30, 30, 1}, {1, 0, 1}}},
+      {100, {60, 90}, 1, {{60, 60, 0}, {40, 40, 0}, {100, 50, 1}}},
+      {100, {40000}, 1, {{kAll, 100, 0}, {kAll, 16384, 0}, {kAll, 16384, 0}, {kAll, 7132, 1}}},
+      {0, {0}, 0, {{1, 0, 1}}},
+      {0, {1}, 1, {{5, 1, 1}}},
+      {0, {20000}, 1, {{16384, 16384, 0}, {3616, 3616, 1}}},
+      {7, {3, 40000}, 1, {{kAll, 7, 0}, {kAll, 16384, 0}, {kAll, 16384, 0}, {kAll, 7228, 1}}},
   };
-  const Case cases[] = {{100, {}, 0}, {100, {60, 40}, 0}, {100, {60, 190}, 1},
-                        {0, {0}, 0},  {0, {1}, 1},        {7, {3, 40000}, 1}};
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(&c - cases);
     const long before = openDescriptorCount();
     std::string content;
@@ -52,29 +64,39 @@ TEST(KXTempStream, CreatesATemporaryFileOnlyForContentBeyondTheMemoryPart) {
     EXPECT_EQ("", readString(*stream, 10));
     EXPECT_EQ(1, stream->isAtEOF());
     stream->reset();
-    EXPECT_EQ(content, readString(*stream, 50000));
+    KXStreamInfo* info = stream->GetInfo();
+    size_t offset = 0;
+    for (const Transfer& transfer : c.transfers) {
+      info->mTransferLen = transfer.asked;
+      stream->prepareBuffer();
+      ASSERT_EQ(transfer.delivered, info->mTransferLen) << "asking " << transfer.asked;
+      EXPECT_EQ(transfer.atEOF, info->mAtEOF);
+      const auto count = static_cast<size_t>(transfer.delivered);
+      EXPECT_TRUE(count == 0 || content.substr(offset, count) == std::string(info->mBuffer, count));
+      offset += count;
+      if (info->mAtEOF == 0) {
+        stream->complete();
+      }
+    }
+    EXPECT_EQ(content.size(), offset);
     stream.reset();
     EXPECT_EQ(before, openDescriptorCount());
   }
 }
 
-TEST(KXTempStream, HandsOutTheMemoryPartThenTheFileInStagingSizedChunks) {
-  const std::string content = randomBytes(40000, 2);
-  TempPtr stream = openTemp(100);
-  writeAll(*stream, content);
+// A completed read past the end raises the length (the engine's rule): bytes then due from a
+// file part that was never made fail the read with status 5.
+TEST(KXTempStream, BytesDueFromATemporaryFileNeverMadeFailTheReadWithStatus5) {
+  TempPtr stream = openTemp(16);
+  writeAll(*stream, "0123456789");
+  stream->SetMark(40);
+  stream->SetReadable();
+  stream->prepareBuffer();
+  stream->complete();
   stream->reset();
-  stream->SetReadable();  // a writable stream delivers nothing
-  KXStreamInfo* info = stream->GetInfo();
-  std::vector<int64_t> chunks;
-  while (info->mAtEOF == 0 && chunks.size() < 6) {
-    info->mTransferLen = KX_UNLIMITED_TRANSFER;
-    stream->prepareBuffer();
-    chunks.push_back(info->mTransferLen);
-    if (info->mAtEOF == 0) {
-      stream->complete();
-    }
-  }
-  EXPECT_EQ((std::vector<int64_t>{100, 16384, 16384, 7132}), chunks);
+  EXPECT_EQ("KXStreamException (code 5, Input/output error) [KXBasicGenericStream.prepareBuffer]",
+            outcome([&] { readString(*stream, 40); }));
+  EXPECT_EQ(16, stream->GetStreamPos());
 }
 
 TEST(KXTempStream, RefusesANegativeMemorySizeAtInit) {
@@ -147,10 +169,6 @@ TEST(KXTempStream, AgreesWithAPlainStringUnderRandomWritesMarksAndReads) {
     }
   }
 }
-
-}  // namespace
-
-namespace {
 
 // A second init() must neither allocate again (the sanitizer build sees a leak) nor drop content;
 // a gap left by a mark past the end reads back as zeros.

@@ -27,104 +27,49 @@ std::string identifierOf(KXBasicGenericStream& stream) {
   return id.GetID();
 }
 
-// A custom source over a string in the caller's context.
-struct Source {
-  std::string bytes;
-  int64_t mark = 0;
-};
-
-Source& sourceOf(KXStreamInfo* info) {
-  return *static_cast<Source*>(const_cast<void*>(info->mUserData));
-}
-
-long sourcePrepare(KXStreamInfo* info) {
-  Source& source = sourceOf(info);
-  const int64_t left = static_cast<int64_t>(source.bytes.size()) - info->mStreamPos;
-  const int64_t count = std::max<int64_t>(0, std::min(info->mTransferLen, left));
-  info->mBuffer = &source.bytes[0] + info->mStreamPos;
-  info->mTransferLen = count;
-  info->mStreamPos += count;
-  info->mAtEOF = info->mStreamPos >= static_cast<int64_t>(source.bytes.size()) ? 1 : 0;
-  return 0;
-}
-
-long sourceSetMarker(KXStreamInfo* info) {
-  info->mMarkerPos = info->mStreamPos;
-  return 0;
-}
-
-long sourceResetMarker(KXStreamInfo*) { return 0; }
-
 // Every kind in turn; returns what went wrong, empty when all held.
 std::string driveEveryKind(const TempDir& dir, int index) {
   const std::string content = randomBytes(50000 + static_cast<size_t>(index) * 1000, index);
+  const int size = static_cast<int>(content.size());
   std::string copy = content;
-  auto* memIn = KXStreams::createMemStream(&copy[0], copy.size(), KXMemStream::eIn);
-  memIn->init();
-  const std::string expected = identifierOf(*memIn);
-  memIn->close();
+  const std::string expected =
+      identifierOf(*opened<KXMemStream>(&copy[0], copy.size(), KXMemStream::eIn));
   std::string failures;
-  const auto check = [&](bool held, const char* what) {
-    if (!held) {
-      failures += std::string(what) + "; ";
-    }
-  };
+  const auto check = [&](bool held, const char* what) { failures += held ? "" : what; };
 
   const std::string path = dir.file("thread" + std::to_string(index));
-  auto* out = KXStreams::createFileStream(path.c_str(), "w", 0, KXFileStream::eOut, 0);
-  out->init();
-  out->write(&copy[0], static_cast<int>(copy.size()));
-  out->close();
-  auto* in = KXStreams::createFileStream(path.c_str(), "rb", 16384, KXFileStream::eIn, 0);
-  in->init();
-  check(identifierOf(*in) == expected, "file identifier");
-  check(readString(*in, static_cast<int>(content.size())) == content, "file bytes");
-  in->close();
-
+  writeString(*opened<KXFileStream>(path.c_str(), "w", 0, KXFileStream::eOut, KXBool{0}), content);
+  {
+    auto in = opened<KXFileStream>(path.c_str(), "rb", 16384, KXFileStream::eIn, KXBool{0});
+    check(identifierOf(*in) == expected, "file identifier; ");
+    check(readString(*in, size) == content, "file bytes; ");
+  }
   std::string region(content.size(), '\0');
-  auto* memOut = KXStreams::createMemStream(&region[0], region.size(), KXMemStream::eOut);
-  memOut->init();
-  memOut->write(&copy[0], static_cast<int>(copy.size()));
-  memOut->close();
-  check(region == content, "memory output");
-
-  auto* temp = KXStreams::createTempStream(1000);
-  temp->init();
-  temp->write(&copy[0], static_cast<int>(copy.size()));
-  temp->reset();
-  check(readString(*temp, static_cast<int>(content.size())) == content, "temporary bytes");
-  temp->close();
-
-  auto* null = KXStreams::createNullStream();
-  null->init();
-  null->write(&copy[0], static_cast<int>(copy.size()));
-  check(null->GetStreamPos() == static_cast<long>(content.size()), "null count");
-  null->close();
-
-  Source source{content};
-  auto* custom = KXStreams::createCustomStream(&sourcePrepare, nullptr, &sourceSetMarker,
-                                               &sourceResetMarker, nullptr, &source);
-  custom->init();
+  writeString(*opened<KXMemStream>(&region[0], region.size(), KXMemStream::eOut), content);
+  check(region == content, "memory output; ");
+  {
+    auto temp = opened<KXTempStream>(1000);
+    writeString(*temp, content);
+    temp->reset();
+    check(readString(*temp, size) == content, "temporary bytes; ");
+    auto null = opened<KXNullStream>();
+    writeString(*null, content);
+    check(null->GetStreamPos() == size, "null count; ");
+  }
+  StringSource source{content};
+  auto custom = opened<KXCustomStream>(&stringSourcePrepare, nullptr, &stringSourceSetMarker,
+                                       &stringSourceResetMarker, nullptr, &source);
   custom->SetReadable();
-  check(identifierOf(*custom) == expected, "custom identifier");
-  custom->close();
-
-  auto* first = KXStreams::createMemStream(&copy[0], 20000, KXMemStream::eIn);
-  auto* second = KXStreams::createMemStream(&copy[20000], copy.size() - 20000, KXMemStream::eIn);
-  first->init();
-  second->init();
-  auto* array = KXStreams::createStreamArray(first, second);
-  array->init();
-  check(identifierOf(*array) == expected, "array identifier");
-  array->close();
-  auto* cached = KXStreams::createCachedInputStream(first, 65536);
+  check(identifierOf(*custom) == expected, "custom identifier; ");
+  auto first = opened<KXMemStream>(&copy[0], 20000, KXMemStream::eIn);
+  auto second = opened<KXMemStream>(&copy[20000], copy.size() - 20000, KXMemStream::eIn);
+  check(identifierOf(*opened<KXStreamArray>(first.get(), second.get())) == expected,
+        "array identifier; ");
   first->reset();
-  cached->init();
-  check(readString(*cached, 20000) == content.substr(0, 20000), "cached bytes");
-  cached->close();
-  first->close();
-  second->SetWritable();
-  second->close();
+  check(readString(*opened<KXCachedInputStream>(first.get(), 65536), 20000) ==
+            content.substr(0, 20000),
+        "cached bytes; ");
+  second->SetWritable();  // read to its end by the array, not by this thread
   return failures;
 }
 

@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <string>
 
+#include "KXTestSupport.h"
 #include "kxos.h"
 
 namespace {
@@ -51,6 +53,29 @@ TEST(KxSockets, LoopbackPairCarriesBytesBothWays) {
   EXPECT_EQ(kx_inet_addr("not an address"), 0xFFFFFFFFu) << "widened without sign";
 }
 
+// Each wrapper passes level, option, value and length through and returns the call's result.
+TEST(KxSockets, OptionWrappersSetAndReadBackAnOptionAndReportAFailure) {
+  LoopbackPair pair;
+  for (int wanted : {1, 0}) {
+    EXPECT_EQ(0, kx_setsockopt(pair.client, SOL_SOCKET, SO_KEEPALIVE, &wanted, sizeof wanted));
+    int value = -1;
+    socklen_t length = sizeof value;
+    EXPECT_EQ(0, kx_getsockopt(pair.client, SOL_SOCKET, SO_KEEPALIVE, &value, &length));
+    EXPECT_EQ(wanted, value);
+    EXPECT_EQ(sizeof value, length);
+  }
+  int type = -1;
+  socklen_t length = sizeof type;
+  EXPECT_EQ(0, kx_getsockopt(pair.server, SOL_SOCKET, SO_TYPE, &type, &length));
+  EXPECT_EQ(SOCK_STREAM, type);
+  const int on = 1;
+  errno = 0;
+  EXPECT_EQ(-1, kx_setsockopt(pair.client, SOL_SOCKET, SO_KEEPALIVE, &on, 1));
+  EXPECT_EQ(EINVAL, errno);
+  EXPECT_EQ(-1, kx_getsockopt(-1, SOL_SOCKET, SO_TYPE, &type, &length));
+  EXPECT_EQ(EBADF, errno);
+}
+
 TEST(KxLoading, OpensTheCLibraryAndFindsASymbol) {
   void* library = kx_dlopen("libc.so.6");
   ASSERT_NE(library, nullptr) << kx_dlerror();
@@ -65,22 +90,13 @@ TEST(KxLoading, OpensTheCLibraryAndFindsASymbol) {
   EXPECT_NE(kx_dlerror(), nullptr);
 }
 
-// Sets TZ for the scope and restores what was there.
-class TimeZoneScope {
- public:
-  explicit TimeZoneScope(const char* zone) : mHadZone(getenv("TZ") != nullptr) {
-    mPrevious = mHadZone ? getenv("TZ") : "";
-    useZone(zone);
-  }
-  ~TimeZoneScope() { useZone(mHadZone ? mPrevious.c_str() : nullptr); }
-
- private:
-  static void useZone(const char* zone) {
-    (void)(zone == nullptr ? unsetenv("TZ") : setenv("TZ", zone, 1));
-    tzset();
-  }
-  bool mHadZone;
-  std::string mPrevious;
+// Sets TZ for the scope and restores what was there; the zone is read again either way.
+struct TimeZoneScope {
+  struct Reread {
+    ~Reread() { tzset(); }
+  } reread;  // destroyed after the variable is restored
+  kxtest::EnvScope zone;
+  explicit TimeZoneScope(const char* value) : zone("TZ", value) { tzset(); }
 };
 
 struct tm newYear2000() {

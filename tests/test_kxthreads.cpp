@@ -6,7 +6,6 @@
 
 namespace {
 
-// A thread that stays alive until released, so liveness can be probed at a known moment.
 void* waitForRelease(void* semaphore) {
   kx_sem_wait(static_cast<sem_t*>(semaphore));
   return semaphore;
@@ -22,63 +21,55 @@ long tryLockFromAnotherThread(pthread_mutex_t* mutex) {
     return reinterpret_cast<void*>(result);  // NOLINT(performance-no-int-to-ptr): the status
   };
   pthread_t thread;
-  EXPECT_EQ(kx_thread_create(&thread, nullptr, tryLock, mutex), 0);
+  EXPECT_EQ(0, kx_thread_create(&thread, nullptr, tryLock, mutex));
   void* result = nullptr;
-  EXPECT_EQ(kx_thread_join(thread, nullptr, &result), 0);
+  EXPECT_EQ(0, kx_thread_join(thread, nullptr, &result));
   return reinterpret_cast<long>(result);
 }
 
 TEST(KxThreads, KillProbesALiveThreadWithoutEndingIt) {
   sem_t release;
-  ASSERT_EQ(kx_sem_init(&release, 0, 0), 0);
+  ASSERT_EQ(0, kx_sem_init(&release, 0, 0));
   pthread_t thread;
-  ASSERT_EQ(kx_thread_create(&thread, nullptr, waitForRelease, &release), 0);
-
-  EXPECT_EQ(kx_thread_kill(thread), 0);
-  ASSERT_EQ(kx_sem_post(&release), 0);
+  ASSERT_EQ(0, kx_thread_create(&thread, nullptr, waitForRelease, &release));
+  EXPECT_EQ(0, kx_thread_kill(thread));
+  ASSERT_EQ(0, kx_sem_post(&release));
   void* exitValue = nullptr;
   int ignored = 0;
-  ASSERT_EQ(kx_thread_join(thread, &ignored, &exitValue), 0);
-  EXPECT_EQ(exitValue, &release) << "the thread ran on after the probes";
+  ASSERT_EQ(0, kx_thread_join(thread, &ignored, &exitValue));
+  EXPECT_EQ(&release, exitValue) << "the thread ran on after the probe";
   kx_thread_info_t info{pthread_t{}, 0xFFFF};
   EXPECT_TRUE(pthread_equal(kx_get_thread_info(&info), kx_thread_self()));
-  EXPECT_EQ(info.reserved, 0u);
-  EXPECT_EQ(kx_sem_destroy(&release), 0);
+  EXPECT_EQ(0u, info.reserved);
+  EXPECT_EQ(0, kx_sem_destroy(&release));
 }
 
-TEST(KxMutex, TrylockOnAMutexHeldElsewhereReportsBusy) {
-  pthread_mutex_t mutex;
-  ASSERT_EQ(kx_mutex_init(&mutex, nullptr), 0);
-  ASSERT_EQ(kx_mutex_lock(&mutex), 0);
-  EXPECT_EQ(tryLockFromAnotherThread(&mutex), EBUSY);
-  ASSERT_EQ(kx_mutex_unlock(&mutex), 0);
-  EXPECT_EQ(tryLockFromAnotherThread(&mutex), 0);
-  EXPECT_EQ(kx_mutex_destroy(&mutex), 0);
-}
-
-// The owner locks twice and must unlock twice before another thread gets the mutex.
-void expectRecursive(pthread_mutex_t* mutex) {
-  ASSERT_EQ(kx_recursive_mutex_lock(mutex), 0);
-  ASSERT_EQ(kx_recursive_mutex_trylock(mutex), 0);
-  ASSERT_EQ(kx_recursive_mutex_unlock(mutex), 0);
-  EXPECT_EQ(tryLockFromAnotherThread(mutex), EBUSY);
-  ASSERT_EQ(kx_recursive_mutex_unlock(mutex), 0);
-  EXPECT_EQ(tryLockFromAnotherThread(mutex), 0);
-  EXPECT_EQ(kx_recursive_mutex_destroy(mutex), 0);
-}
-
-TEST(KxMutex, RecursiveMutexFromTheCallersAttributeOrFromNone) {
+// A plain mutex held here is busy elsewhere; a recursive one (from the caller's attribute or
+// from none) is locked twice by its owner and busy elsewhere until unlocked twice.
+TEST(KxMutex, AHeldMutexIsBusyOnAnotherThreadUntilEveryLockIsReleased) {
+  pthread_mutex_t plain;
+  ASSERT_EQ(0, kx_mutex_init(&plain, nullptr));
+  ASSERT_EQ(0, kx_mutex_lock(&plain));
+  EXPECT_EQ(EBUSY, tryLockFromAnotherThread(&plain));
+  ASSERT_EQ(0, kx_mutex_unlock(&plain));
+  EXPECT_EQ(0, tryLockFromAnotherThread(&plain));
+  EXPECT_EQ(0, kx_mutex_destroy(&plain));
   pthread_mutexattr_t attribute;
-  ASSERT_EQ(pthread_mutexattr_init(&attribute), 0);
-  ASSERT_EQ(pthread_mutexattr_settype(&attribute, PTHREAD_MUTEX_RECURSIVE), 0);
-  pthread_mutex_t fromAttribute;
-  ASSERT_EQ(kx_recursive_mutex_init(&fromAttribute, &attribute), 0);
+  ASSERT_EQ(0, pthread_mutexattr_init(&attribute));
+  ASSERT_EQ(0, pthread_mutexattr_settype(&attribute, PTHREAD_MUTEX_RECURSIVE));
+  for (const pthread_mutexattr_t* given :
+       {&attribute, static_cast<pthread_mutexattr_t*>(nullptr)}) {
+    pthread_mutex_t mutex;
+    ASSERT_EQ(0, kx_recursive_mutex_init(&mutex, given));
+    ASSERT_EQ(0, kx_recursive_mutex_lock(&mutex));
+    ASSERT_EQ(0, kx_recursive_mutex_trylock(&mutex));
+    ASSERT_EQ(0, kx_recursive_mutex_unlock(&mutex));
+    EXPECT_EQ(EBUSY, tryLockFromAnotherThread(&mutex));
+    ASSERT_EQ(0, kx_recursive_mutex_unlock(&mutex));
+    EXPECT_EQ(0, tryLockFromAnotherThread(&mutex));
+    EXPECT_EQ(0, kx_recursive_mutex_destroy(&mutex));
+  }
   pthread_mutexattr_destroy(&attribute);
-  expectRecursive(&fromAttribute);
-
-  pthread_mutex_t fromNull;
-  ASSERT_EQ(kx_recursive_mutex_init(&fromNull, nullptr), 0);
-  expectRecursive(&fromNull);
 }
 
 }  // namespace

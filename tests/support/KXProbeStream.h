@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <numeric>
 #include <string>
-#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -114,17 +113,6 @@ class KXProbeStream : public KXBasicGenericStream {
   std::array<int, 6> mCalls{};
 };
 
-// How a call ended: "" or "KXClass (code N): message [trace | trace]".
-template <class Call>
-std::string outcome(Call&& call) {
-  try {
-    call();
-  } catch (const KXException& thrown) {
-    return std::string(thrown.what()) + " [" + traces(thrown) + "]";
-  }
-  return "";
-}
-
 // Into a buffer of exactly count bytes, so that the sanitizer build sees any overflow.
 inline int readBytes(KXBasicGenericStream& stream, int count) {
   std::vector<char> buffer(static_cast<size_t>(std::max(count, 1)));
@@ -141,20 +129,6 @@ inline void resetMark(KXProbeStream& probe) { probe.resetMark(); }
 inline void closeProbe(KXProbeStream& probe) { probe.close(); }
 inline void readFour(KXProbeStream& probe) { readBytes(probe, 4); }
 inline void writeFour(KXProbeStream& probe) { writeBytes(probe, 4); }
-
-// The exception that call throws, which must be exactly of class Expected; otherwise the test
-// fails and a placeholder with code -1 is returned.
-template <class Expected, class Call>
-Expected thrownBy(Call&& call) {
-  try {
-    call();
-  } catch (const Expected& thrown) {
-    EXPECT_EQ(typeid(Expected), typeid(thrown)) << "threw " << thrown.what();
-    return thrown;
-  }
-  ADD_FAILURE() << "expected " << typeid(Expected).name() << ", nothing was thrown";
-  return Expected(-1);
-}
 
 }  // namespace kxtest
 

@@ -5,10 +5,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <random>
+#include <sstream>
 #include <stdexcept>
 
 #include "KXStreams.h"
@@ -65,18 +67,11 @@ void LogCapture::sink(verbosity_level_t level, component_t component, const char
   static_cast<LogCapture*>(context)->mLines.push_back({level, component, line});
 }
 
-int LogCapture::count(const std::string& text) const {
-  int found = 0;
-  for (const LogLine& line : mLines) {
-    found += line.text.find(text) != std::string::npos ? 1 : 0;
-  }
-  return found;
-}
-
 int LogCapture::count(verbosity_level_t level, const std::string& text) const {
   int found = 0;
   for (const LogLine& line : mLines) {
-    found += line.level == level && line.text.find(text) != std::string::npos ? 1 : 0;
+    found +=
+        (level == 0 || line.level == level) && line.text.find(text) != std::string::npos ? 1 : 0;
   }
   return found;
 }
@@ -135,6 +130,51 @@ std::string readString(KXBasicGenericStream& stream, int count) {
   return bytes;
 }
 
+namespace {
+StringSource& sourceOf(KXStreamInfo* info) {
+  return *static_cast<StringSource*>(const_cast<void*>(info->mUserData));
+}
+}  // namespace
+
+long stringSourcePrepare(KXStreamInfo* info) {
+  StringSource& source = sourceOf(info);
+  const int64_t left = static_cast<int64_t>(source.bytes.size()) - info->mStreamPos;
+  const int64_t count = std::min(info->mTransferLen, left);
+  info->mBuffer = count > 0 ? &source.bytes[static_cast<size_t>(info->mStreamPos)] : nullptr;
+  info->mTransferLen = count;
+  info->mStreamPos += count;
+  info->mAtEOF = count == left ? 1 : 0;
+  return source.status;
+}
+
+long stringSourceSetMarker(KXStreamInfo* info) {
+  info->mMarkerPos = info->mStreamPos;
+  return sourceOf(info).status;
+}
+
+long stringSourceResetMarker(KXStreamInfo* info) { return sourceOf(info).status; }
+
+long stringSourceClose(KXStreamInfo* info) {
+  ++sourceOf(info).closes;
+  return sourceOf(info).status;
+}
+
+long writeString(KXBasicGenericStream& stream, std::string bytes) {
+  return stream.write(&bytes[0], static_cast<int>(bytes.size()));
+}
+
+std::string fileContents(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << in.rdbuf();
+  return bytes.str();
+}
+
+std::string md5sumOf(const std::string& bytes) {
+  const TempDir dir;
+  return md5sumOfFile(dir.writeFile("content", bytes));
+}
+
 pid_t startChild(const std::function<int()>& body) {
   fflush(nullptr);  // nothing buffered before the fork is written twice
   const pid_t child = fork();
@@ -158,6 +198,17 @@ int waitChild(pid_t child) {
 }
 
 int inChild(const std::function<int()>& body) { return waitChild(startChild(body)); }
+
+EnvScope::EnvScope(const char* name, const char* value) : mName(name) {
+  const char* previous = getenv(name);
+  mHadPrevious = previous != nullptr;
+  mPrevious = mHadPrevious ? previous : "";
+  value != nullptr ? setenv(name, value, 1) : unsetenv(name);
+}
+
+EnvScope::~EnvScope() {
+  mHadPrevious ? setenv(mName.c_str(), mPrevious.c_str(), 1) : unsetenv(mName.c_str());
+}
 
 long openDescriptorCount() {
   DIR* directory = opendir("/proc/self/fd");

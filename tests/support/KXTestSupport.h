@@ -8,6 +8,8 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include "KXBasicGenericStream.h"
@@ -50,10 +52,9 @@ class LogCapture {
   ~LogCapture();
 
   const std::vector<LogLine>& lines() const { return mLines; }
-  // How many captured lines contain text.
-  int count(const std::string& text) const;
-  // How many captured lines at level contain text.
+  // How many captured lines at level (0: any level) contain text.
   int count(verbosity_level_t level, const std::string& text) const;
+  int count(const std::string& text) const { return count(0, text); }
   void clear() { mLines.clear(); }
 
  private:
@@ -80,8 +81,34 @@ struct StreamCloser {
 template <class Kind>
 using StreamPtr = std::unique_ptr<Kind, StreamCloser>;
 
+// A stream of Kind made from args and initialised; owned before init(), so that a failed init()
+// still ends in close(), as the owner must.
+template <class Kind, class... Args>
+StreamPtr<Kind> opened(Args&&... args) {
+  StreamPtr<Kind> stream(new Kind(std::forward<Args>(args)...));
+  stream->init();
+  return stream;
+}
+
+// The medium behind a custom stream's callbacks, handed to them as the stream's context.
+struct StringSource {
+  std::string bytes;
+  long status = 0;  // what every callback returns once it has done its work
+  int closes = 0;   // how many times the close callback ran
+};
+// Callbacks over the StringSource in mUserData: prepare delivers from mStreamPos, the set-marker
+// records the mark, the reset-marker leaves the position to the engine, close counts the call.
+long stringSourcePrepare(KXStreamInfo* info);
+long stringSourceSetMarker(KXStreamInfo* info);
+long stringSourceResetMarker(KXStreamInfo* info);
+long stringSourceClose(KXStreamInfo* info);
+
 // Reads up to count bytes through the engine's read() and returns them.
 std::string readString(KXBasicGenericStream& stream, int count);
+// Writes all of bytes through the engine's write() and returns what it reported.
+long writeString(KXBasicGenericStream& stream, std::string bytes);
+// Everything in the file at path ("" when it cannot be read).
+std::string fileContents(const std::string& path);
 
 // Whether the exception carries the trace text.
 bool hasTrace(const KXException& exception, const std::string& trace);
@@ -90,6 +117,8 @@ std::string traces(const KXException& exception);
 
 // What the md5sum command prints as the digest of the file (the first 32 characters).
 std::string md5sumOfFile(const std::string& path);
+// What md5sum prints for bytes, written to a file of a fresh directory.
+std::string md5sumOf(const std::string& bytes);
 // How many descriptors the process holds open now, for leak checks.
 long openDescriptorCount();
 
@@ -103,6 +132,44 @@ int waitChild(pid_t child);
 
 // Reproducible pseudo-random bytes.
 std::string randomBytes(size_t count, unsigned seed);
+
+// Sets (or, with null, removes) an environment variable for the scope and restores it after.
+class EnvScope {
+ public:
+  EnvScope(const char* name, const char* value);
+  EnvScope(const EnvScope&) = delete;
+  EnvScope& operator=(const EnvScope&) = delete;
+  ~EnvScope();
+
+ private:
+  std::string mName, mPrevious;
+  bool mHadPrevious;
+};
+
+// The exception that call throws, which must be exactly of class Expected; otherwise the test
+// fails and a placeholder with code -1 is returned.
+template <class Expected, class Call>
+Expected thrownBy(Call&& call) {
+  try {
+    call();
+  } catch (const Expected& thrown) {
+    EXPECT_EQ(typeid(Expected), typeid(thrown)) << "threw " << thrown.what();
+    return thrown;
+  }
+  ADD_FAILURE() << "expected " << typeid(Expected).name() << ", nothing was thrown";
+  return Expected(-1);
+}
+
+// How a call ended: "" or "KXClass (code N): message [trace | trace]".
+template <class Call>
+std::string outcome(Call&& call) {
+  try {
+    call();
+  } catch (const KXException& thrown) {
+    return std::string(thrown.what()) + " [" + traces(thrown) + "]";
+  }
+  return "";
+}
 
 }  // namespace kxtest
 

@@ -16,9 +16,13 @@ std::string reasonOf(const KXException& failure) {
   return failure.what();
 }
 
-void reportFailure(const std::string& name, const std::string& reason) {
+void reportProblem(const std::string& message) {
   std::fflush(stdout);
-  std::fprintf(stderr, "kxstream: %s: %s\n", name.c_str(), reason.c_str());
+  std::fprintf(stderr, "kxstream: %s\n", message.c_str());
+}
+
+void reportFailure(const std::string& name, const std::string& reason) {
+  reportProblem(name + ": " + reason);
 }
 
 void reportFailure(const std::string& name, const KXException& failure) {

@@ -14,6 +14,9 @@ constexpr int kExitUsage = 2;
 // The system's reason for an errno code, else the exception's own message or summary.
 std::string reasonOf(const KXException& failure);
 
+// One line on standard error: "kxstream: MESSAGE", after what standard output holds so far.
+void reportProblem(const std::string& message);
+
 // One line on standard error: "kxstream: NAME: REASON".
 void reportFailure(const std::string& name, const std::string& reason);
 void reportFailure(const std::string& name, const KXException& failure);

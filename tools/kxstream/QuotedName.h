@@ -1,0 +1,17 @@
+#ifndef KXSTREAM_QUOTED_NAME_H
+#define KXSTREAM_QUOTED_NAME_H
+
+#include <string>
+
+namespace kxstream {
+
+// The name as coreutils quotes a file name in a message: unchanged when the shell would read
+// it back as it stands, else in single quotes (double quotes when it holds a single quote and
+// nothing a shell expands inside double quotes), control characters as $'\n'. A colon is
+// quoted too, so that "NAME: REASON" stays unambiguous. Bytes of 128 and up pass unchanged
+// (a UTF-8 locale).
+std::string quotedName(const std::string& name);
+
+}  // namespace kxstream
+
+#endif

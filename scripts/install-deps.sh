@@ -6,12 +6,13 @@
 # The package names follow the project's find_package/find_library calls: OpenSSL's libcrypto
 # (libssl-dev), GoogleTest (libgtest-dev, libgmock-dev), Google Benchmark (libbenchmark-dev),
 # libuuid for the UUID benchmark (uuid-dev), pkg-config for the installed-package check, clang
-# with its runtime for the fuzzers, valgrind, and clang-format for the formatting check.
+# with its runtime for the fuzzers, valgrind, clang-format for the formatting check, and
+# hashdeep (md5deep) as the yardstick of bench/compare.sh's tree rows.
 set -euo pipefail
 
 build_set=(cmake ninja-build g++ libssl-dev)
 test_set=(libgtest-dev libgmock-dev libbenchmark-dev uuid-dev pkg-config clang
-  libclang-rt-14-dev clang-format valgrind)
+  libclang-rt-14-dev clang-format valgrind hashdeep)
 
 usage() {
   echo "usage: $0 build|test" >&2

@@ -1,10 +1,10 @@
 #include "CheckMode.h"
 
+#include <strings.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <strings.h>
 
 #include "ChecksumLine.h"
 #include "Diagnostics.h"
@@ -36,8 +36,7 @@ void printLine(const std::string& line) { std::fwrite(line.data(), 1, line.size(
 // One listing, read line by line while its files are digested.
 class ListingCheck {
  public:
-  ListingCheck(const std::string& listName, const CheckOptions& options,
-               ChecksumLineParser& parser)
+  ListingCheck(const std::string& listName, const CheckOptions& options, ChecksumLineParser& parser)
       : mOptions(options),
         mParser(parser),
         mFromStandardInput(listName == kStandardInputName),
@@ -161,12 +160,12 @@ class ListingCheck {
       return;
     }
     if (mMisformatted != 0) {
-      reportProblem(counted(mMisformatted, "line is improperly formatted",
-                            "lines are improperly formatted"));
+      reportProblem(
+          counted(mMisformatted, "line is improperly formatted", "lines are improperly formatted"));
     }
     if (mUnreadable != 0) {
-      reportProblem(counted(mUnreadable, "listed file could not be read",
-                            "listed files could not be read"));
+      reportProblem(
+          counted(mUnreadable, "listed file could not be read", "listed files could not be read"));
     }
     if (mMismatched != 0) {
       reportProblem(counted(mMismatched, "computed checksum did NOT match",

@@ -95,8 +95,7 @@ std::optional<ChecksumEntry> entryOf(const std::string& digest, const std::strin
 
 std::string listingLine(const std::string& digest, const std::string& name,
                         const LineStyle& style) {
-  const bool escape =
-      style.delimiter == '\n' && name.find_first_of("\\\n\r") != std::string::npos;
+  const bool escape = style.delimiter == '\n' && name.find_first_of("\\\n\r") != std::string::npos;
   const std::string shown = escape ? escaped(name) : name;
   std::string line = escape ? "\\" : "";
   if (style.tagged) {

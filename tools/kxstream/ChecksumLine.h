@@ -17,8 +17,7 @@ struct LineStyle {
 // One listing line, delimiter included. A newline-ended line whose name holds a backslash, a
 // line feed or a carriage return starts with a backslash and escapes those, so that every
 // line reads back.
-std::string listingLine(const std::string& digest, const std::string& name,
-                        const LineStyle& style);
+std::string listingLine(const std::string& digest, const std::string& name, const LineStyle& style);
 
 // "NAME: VERDICT" plus the delimiter, as md5sum -c prints it: a name with a line feed is
 // escaped as in a listing line (only then, so that ordinary names stay greppable).

@@ -51,10 +51,11 @@ void rejectMisplacedOptions(const Arguments& arguments, const IdOptions& options
     }
   }
   const CheckOptions& checking = options.checking;
-  const std::pair<bool, const char*> checkOnly[] = {
-      {checking.ignoreMissing, "--ignore-missing"}, {checking.statusOnly, "--status"},
-      {checking.warn, "--warn"},                    {checking.quiet, "--quiet"},
-      {checking.strict, "--strict"}};
+  const std::pair<bool, const char*> checkOnly[] = {{checking.ignoreMissing, "--ignore-missing"},
+                                                    {checking.statusOnly, "--status"},
+                                                    {checking.warn, "--warn"},
+                                                    {checking.quiet, "--quiet"},
+                                                    {checking.strict, "--strict"}};
   for (const auto& [given, option] : checkOnly) {
     if (given && !options.check) {
       throw UsageError(std::string("the ") + option +

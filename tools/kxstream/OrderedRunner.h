@@ -15,7 +15,9 @@ namespace kxstream {
 // Runs work() on worker threads over items that a source hands out one at a time, and
 // publish() on the calling thread in the order the source gave them. At most a bounded window
 // of items is held at once, so a source of any length (a tree walk, a long check list) needs
-// memory only for the window. With one worker everything runs on the calling thread.
+// memory only for the window. The calling thread is one of the workers: while the item it
+// must publish next is not done, it works on the next unclaimed one. With one worker
+// everything runs on the calling thread.
 template <class Item>
 class OrderedRunner {
  public:
@@ -26,9 +28,9 @@ class OrderedRunner {
       return;
     }
     mWindow = workers * kItemsPerWorker;
-    mThreads.reserve(workers);
+    mThreads.reserve(workers - 1);
     try {
-      for (size_t index = 0; index < workers; ++index) {
+      for (size_t index = 1; index < workers; ++index) {
         mThreads.emplace_back([this] { serve(); });
       }
     } catch (...) {
@@ -52,18 +54,28 @@ class OrderedRunner {
       return;
     }
     bool sourceDone = false;
+    size_t pending = 0;  // only this thread adds and removes items
+    std::vector<Item> batch;
     for (;;) {
-      while (!sourceDone && pending() < mWindow) {
-        Item item;
-        sourceDone = !next(item);
-        if (!sourceDone) {
-          enqueue(std::move(item));
+      // Refilled by half a window at a time under one lock, so that the workers and this
+      // thread meet on the lock (and a worker runs dry) once per half window, not per item.
+      if (!sourceDone && pending <= mWindow / 2) {
+        for (Item item; pending + batch.size() < mWindow; item = Item()) {
+          if (!next(item)) {
+            sourceDone = true;
+            break;
+          }
+          batch.push_back(std::move(item));
         }
+        pending += batch.size();
+        enqueue(batch);
       }
-      Item done;
-      if (!takeFirstDone(done)) {
+      if (pending == 0) {
         return;
       }
+      Item done;
+      takeFirstDone(done);
+      --pending;
       publish(done);
     }
   }
@@ -77,46 +89,58 @@ class OrderedRunner {
     bool done = false;
   };
 
-  size_t pending() {
+  // Wakes are sent only to threads that wait: most items are queued and finished while every
+  // thread is busy, and a futex call per item would cost more than small files take to digest.
+  void enqueue(std::vector<Item>& batch) {
     const std::lock_guard<std::mutex> hold(mLock);
-    return mSlots.size();
-  }
-
-  void enqueue(Item item) {
-    {
-      const std::lock_guard<std::mutex> hold(mLock);
+    for (Item& item : batch) {
       mSlots.push_back(Slot{std::move(item), false});
     }
-    mWorkReady.notify_one();
+    batch.clear();
+    if (mIdleWorkers > 0) {
+      mWorkReady.notify_all();
+    }
   }
 
-  bool takeFirstDone(Item& done) {
+  void takeFirstDone(Item& done) {
     std::unique_lock<std::mutex> hold(mLock);
-    if (mSlots.empty()) {
-      return false;
+    while (!mSlots.front().done) {
+      if (mClaimed < mSlots.size()) {
+        workOnNext(hold);
+      } else {
+        mCallerWaits = true;
+        mItemDone.wait(hold);
+        mCallerWaits = false;
+      }
     }
-    mItemDone.wait(hold, [&] { return mSlots.front().done; });
     done = std::move(mSlots.front().item);
     mSlots.pop_front();
     --mClaimed;
-    return true;
+  }
+
+  // Slots are never moved while they are in the deque, and only the calling thread pops a
+  // slot, after its work is done.
+  void workOnNext(std::unique_lock<std::mutex>& hold) {
+    Slot& slot = mSlots[mClaimed++];
+    hold.unlock();
+    mWork(slot.item);
+    hold.lock();
+    slot.done = true;
+    if (mCallerWaits && &slot == &mSlots.front()) {
+      mItemDone.notify_one();
+    }
   }
 
   void serve() {
     std::unique_lock<std::mutex> hold(mLock);
     for (;;) {
+      ++mIdleWorkers;
       mWorkReady.wait(hold, [&] { return mStopping || mClaimed < mSlots.size(); });
+      --mIdleWorkers;
       if (mStopping) {
         return;
       }
-      // Slots are never moved while they are in the deque, and only the calling thread pops
-      // a slot, after its work is done.
-      Slot& slot = mSlots[mClaimed++];
-      hold.unlock();
-      mWork(slot.item);
-      hold.lock();
-      slot.done = true;
-      mItemDone.notify_one();
+      workOnNext(hold);
     }
   }
 
@@ -141,6 +165,8 @@ class OrderedRunner {
   std::condition_variable mItemDone;
   std::deque<Slot> mSlots;
   size_t mClaimed = 0;  // slots at the front that a worker has taken
+  size_t mIdleWorkers = 0;
+  bool mCallerWaits = false;
   bool mStopping = false;
 };
 

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "QuotedName.h"
 
@@ -21,8 +22,8 @@ void describeFailure(DigestJob& job, const std::string& path, int error) {
 
 }  // namespace
 
-TreeWalk::TreeWalk(const std::string& root, bool followLinks)
-    : mRoot(root), mFollowLinks(followLinks) {
+TreeWalk::TreeWalk(std::string root, bool followLinks)
+    : mRoot(std::move(root)), mFollowLinks(followLinks) {
   const int options = FTS_NOCHDIR | FTS_COMFOLLOW | (followLinks ? FTS_LOGICAL : FTS_PHYSICAL);
   char* roots[] = {mRoot.data(), nullptr};
   mTree = fts_open(roots, options, byName);

@@ -17,7 +17,7 @@ namespace kxstream {
 // A root that is not a directory is handed out as it is, whatever its type.
 class TreeWalk {
  public:
-  TreeWalk(const std::string& root, bool followLinks);
+  TreeWalk(std::string root, bool followLinks);
   ~TreeWalk();
   TreeWalk(const TreeWalk&) = delete;
   TreeWalk& operator=(const TreeWalk&) = delete;

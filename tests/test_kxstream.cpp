@@ -212,10 +212,11 @@ class KxstreamIdAgainstMd5sum : public KxstreamTool {
  protected:
   void SetUp() override {
     KxstreamTool::SetUp();
-    shell.run(
+    const Outcome made = shell.run(
         "md5sum " + files + " > listing && md5sum --tag " + files + " > tagged && " +
         "md5sum -z empty binary > zero-listing && md5sum /usr/include/std*.h > system && " +
-        "printf x > gone && md5sum empty gone binary > vanished && rm gone && " +
+        "printf x > gone && printf y > 'gone\nname' && " +
+        "md5sum empty gone binary 'gone\nname' > vanished && rm gone 'gone\nname' && " +
         "sed 's/^./0/' listing > corrupt && " +
         "printf '%s\\n' '# comment' '' 'not a line' '0123  short' \"$(head -1 listing)\" > odd && "
         "head -c 32 listing > reversed && printf ' binary\\n' >> reversed && "
@@ -225,6 +226,7 @@ class KxstreamIdAgainstMd5sum : public KxstreamTool {
         "printf 3 > tree/d/e/f && printf 4 > tree/d/x && ln -s ../b tree/z/link && "
         "ln -s nowhere tree/z/dangling && mkfifo tree/fifo && "
         "printf 'binary\\0\\0nope\\0empty' > names");
+    ASSERT_EQ(0, made.exitCode) << made.err;
   }
 };
 
@@ -278,6 +280,7 @@ TEST_F(KxstreamIdAgainstMd5sum, EveryOptionPrintsWhatTheReferencePrints) {
       {"md5sum binary empty; wc --files0-from=- < names > /dev/null",
        "kxstream id --files0-from - < names"},
       {"wc --files0-from=nothing", "kxstream id --files0-from=nothing"},
+      {"wc --files0-from=\"it's gone\"", "kxstream id --files0-from=\"it's gone\""},
   };
   const std::regex ourTool("kxstream id|^md5sum");
   for (const ReferenceCase& row : cases) {

@@ -27,8 +27,8 @@ InputList::InputList(Options options) : mOptions(std::move(options)) {
   }
   mList = std::fopen(mOptions.listName.c_str(), "r");
   if (mList == nullptr) {
-    throw std::runtime_error("cannot open '" + mOptions.listName +
-                             "' for reading: " + std::strerror(errno));
+    throw std::runtime_error("cannot open " + alwaysQuotedName(mOptions.listName) +
+                             " for reading: " + std::strerror(errno));
   }
 }
 

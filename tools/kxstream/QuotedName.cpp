@@ -95,4 +95,8 @@ std::string quotedName(const std::string& name) {
   return singleQuoted(name);
 }
 
+std::string alwaysQuotedName(const std::string& name) {
+  return needsQuotes(name) ? quotedName(name) : "'" + name + "'";
+}
+
 }  // namespace kxstream

@@ -12,6 +12,10 @@ namespace kxstream {
 // (a UTF-8 locale).
 std::string quotedName(const std::string& name);
 
+// The same, but in quotes even when the shell would read it back as it stands, as coreutils
+// quotes a name inside a sentence ("cannot open 'F' for reading").
+std::string alwaysQuotedName(const std::string& name);
+
 }  // namespace kxstream
 
 #endif

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -292,6 +293,29 @@ TEST_F(KxstreamIdAgainstMd5sum, EveryOptionPrintsWhatTheReferencePrints) {
     EXPECT_EQ(expected.err, actual.err) << row.reference;
     EXPECT_EQ(expected.exitCode, actual.exitCode) << row.reference;
   }
+}
+
+TEST_F(KxstreamIdAgainstMd5sum, AnUnreadableEntryIsNamedAndTheRestOfTheTreeStillDigested) {
+  // Permissions do not stop root: as root, both tools run as nobody.
+  std::string asUser;
+  if (geteuid() == 0) {
+    if (shell.run("command -v setpriv").exitCode != 0) {
+      GTEST_SKIP() << "running as root without setpriv to drop the privileges";
+    }
+    asUser = "setpriv --reuid=65534 --regid=65534 --clear-groups ";
+  }
+  ASSERT_EQ(0, shell
+                   .run("mkdir tree/locked && printf x > tree/locked/inside && "
+                        "printf y > tree/secret && chmod 000 tree/locked tree/secret && "
+                        "chmod 755 .")
+                   .exitCode);
+  const Outcome expected = asKxstreamWouldSay(
+      shell.run(asUser + "md5sum tree/A tree/b tree/d/e/f tree/d/x tree/locked tree/secret"));
+  const Outcome actual = shell.run(asUser + quoted(KXSTREAM_PATH) + " id -r tree");
+  shell.run("chmod 700 tree/locked");
+  EXPECT_EQ(expected.out, actual.out);
+  EXPECT_EQ(expected.err, actual.err);
+  EXPECT_EQ(1, actual.exitCode);
 }
 
 TEST_F(KxstreamIdAgainstMd5sum, ATreeListingChecksBackAndNamesWhatChanged) {

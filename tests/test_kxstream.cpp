@@ -281,6 +281,7 @@ TEST_F(KxstreamIdAgainstMd5sum, EveryOptionPrintsWhatTheReferencePrints) {
       {"md5sum binary empty; wc --files0-from=- < names > /dev/null",
        "kxstream id --files0-from - < names"},
       {"wc --files0-from=nothing", "kxstream id --files0-from=nothing"},
+      {"wc --files0-from=tree", "kxstream id --files0-from=tree"},
       {"wc --files0-from=\"it's gone\"", "kxstream id --files0-from=\"it's gone\""},
   };
   const std::regex ourTool("kxstream id|^md5sum");

@@ -76,6 +76,7 @@ bool InputList::nextListed(DigestJob& job) {
   errno = 0;
   const ssize_t length = getdelim(&mListBuffer, &mListCapacity, '\0', mList);
   if (length < 0) {
+    const int error = errno;
     const bool failed = std::ferror(mList) != 0;
     if (mList != stdin) {
       std::fclose(mList);
@@ -85,7 +86,7 @@ bool InputList::nextListed(DigestJob& job) {
       return false;
     }
     job.skip = true;
-    job.problem = quotedName(mOptions.listName) + ": read error";
+    job.problem = quotedName(mOptions.listName) + ": read error: " + std::strerror(error);
     return true;
   }
   ++mListItem;

@@ -239,6 +239,7 @@ TEST_F(KxstreamIdAgainstMd5sum, EveryOptionPrintsWhatTheReferencePrints) {
       {"md5sum -tb binary", ""},
       {"md5sum --tag -t binary", ""},
       {"md5sum 'with space' missing \"it's\" 'a:b'", ""},
+      {"md5sum \"$(printf 'bad\\377byte\\ttab')\" \"$(printf 'acc\\303\\251nt')\"", ""},
       {"md5sum -c listing", ""},
       {"md5sum --check tagged system", ""},
       {"md5sum -c listing tagged", ""},

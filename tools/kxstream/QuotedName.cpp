@@ -1,6 +1,8 @@
 #include "QuotedName.h"
 
-#include <cstdio>
+#include <cwchar>
+#include <cwctype>
+#include <vector>
 
 namespace kxstream {
 
@@ -11,37 +13,69 @@ constexpr const char* kShellSpecial = " !\"$&'()*;<=>?[\\^`|:";
 // Of those, the ones that keep their meaning inside double quotes.
 constexpr const char* kSpecialInDoubleQuotes = "!\"$&()*;<=>?[\\^`|";
 
-bool isControl(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte < 0x20 || byte == 0x7f;
+// One character of the name: an ASCII byte, a multibyte character of the locale, or a byte
+// that starts no valid character; whether it prints decides whether it is escaped.
+struct Piece {
+  size_t at;
+  size_t length;
+  bool printable;
+};
+
+std::vector<Piece> piecesOf(const std::string& name) {
+  std::vector<Piece> pieces;
+  for (size_t at = 0; at < name.size();) {
+    const auto byte = static_cast<unsigned char>(name[at]);
+    if (byte < 0x80) {
+      pieces.push_back({at, 1, byte >= 0x20 && byte != 0x7f});
+      ++at;
+      continue;
+    }
+    std::mbstate_t state{};
+    wchar_t character = 0;
+    const size_t length = std::mbrtowc(&character, name.data() + at, name.size() - at, &state);
+    if (length == static_cast<size_t>(-1) || length == static_cast<size_t>(-2) || length == 0) {
+      pieces.push_back({at, 1, false});
+      ++at;
+    } else {
+      pieces.push_back({at, length, std::iswprint(static_cast<wint_t>(character)) != 0});
+      at += length;
+    }
+  }
+  return pieces;
 }
 
-bool needsQuotes(const std::string& name) {
-  for (size_t at = 0; at < name.size(); ++at) {
-    const char c = name[at];
-    if (isControl(c) || std::string(kShellSpecial).find(c) != std::string::npos ||
-        (at == 0 && (c == '#' || c == '~'))) {
+bool isSpecial(const std::string& name, const Piece& piece, const char* specials) {
+  return piece.length == 1 && std::string(specials).find(name[piece.at]) != std::string::npos;
+}
+
+bool isHashOrTilde(const std::string& name, const Piece& piece) {
+  return piece.length == 1 && (name[piece.at] == '#' || name[piece.at] == '~');
+}
+
+bool needsQuotes(const std::string& name, const std::vector<Piece>& pieces) {
+  for (const Piece& piece : pieces) {
+    if (!piece.printable || isSpecial(name, piece, kShellSpecial) ||
+        (piece.at == 0 && isHashOrTilde(name, piece))) {
       return true;
     }
   }
   return name.empty();
 }
 
-bool fitsDoubleQuotes(const std::string& name) {
+bool fitsDoubleQuotes(const std::string& name, const std::vector<Piece>& pieces) {
   if (name.find('\'') == std::string::npos) {
     return false;
   }
-  for (size_t at = 0; at < name.size(); ++at) {
-    const char c = name[at];
-    if (isControl(c) || std::string(kSpecialInDoubleQuotes).find(c) != std::string::npos ||
-        (at != 0 && (c == '#' || c == '~'))) {
+  for (const Piece& piece : pieces) {
+    if (!piece.printable || isSpecial(name, piece, kSpecialInDoubleQuotes) ||
+        (piece.at != 0 && isHashOrTilde(name, piece))) {
       return false;
     }
   }
   return true;
 }
 
-std::string controlEscape(char c) {
+std::string byteEscape(char c) {
   switch (c) {
     case '\a':
       return "\\a";
@@ -58,26 +92,28 @@ std::string controlEscape(char c) {
     case '\v':
       return "\\v";
     default: {
-      char octal[8];
-      std::snprintf(octal, sizeof octal, "\\%03o", static_cast<unsigned char>(c));
-      return octal;
+      const auto byte = static_cast<unsigned char>(c);
+      return {'\\', static_cast<char>('0' + (byte >> 6)),
+              static_cast<char>('0' + ((byte >> 3) & 7)), static_cast<char>('0' + (byte & 7))};
     }
   }
 }
 
-// 'text', a single quote as '\'' and a run of control characters as '$'\n\t''.
-std::string singleQuoted(const std::string& name) {
+// 'text', a single quote as '\'' and a run of characters that do not print as '$'\n\t''.
+std::string singleQuoted(const std::string& name, const std::vector<Piece>& pieces) {
   std::string quoted = "'";
   bool inEscapes = false;
-  for (const char c : name) {
-    if (isControl(c) != inEscapes) {
+  for (const Piece& piece : pieces) {
+    if (piece.printable == inEscapes) {
       quoted += inEscapes ? "''" : "'$'";
       inEscapes = !inEscapes;
     }
-    if (inEscapes) {
-      quoted += controlEscape(c);
-    } else {
-      quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    for (size_t at = piece.at; at < piece.at + piece.length; ++at) {
+      if (inEscapes) {
+        quoted += byteEscape(name[at]);
+      } else {
+        quoted += name[at] == '\'' ? std::string("'\\''") : std::string(1, name[at]);
+      }
     }
   }
   return quoted + "'";
@@ -86,17 +122,19 @@ std::string singleQuoted(const std::string& name) {
 }  // namespace
 
 std::string quotedName(const std::string& name) {
-  if (!needsQuotes(name)) {
+  const std::vector<Piece> pieces = piecesOf(name);
+  if (!needsQuotes(name, pieces)) {
     return name;
   }
-  if (fitsDoubleQuotes(name)) {
+  if (fitsDoubleQuotes(name, pieces)) {
     return "\"" + name + "\"";
   }
-  return singleQuoted(name);
+  return singleQuoted(name, pieces);
 }
 
 std::string alwaysQuotedName(const std::string& name) {
-  return needsQuotes(name) ? quotedName(name) : "'" + name + "'";
+  const std::string quoted = quotedName(name);
+  return quoted == name ? "'" + name + "'" : quoted;
 }
 
 }  // namespace kxstream

@@ -8,8 +8,8 @@ namespace kxstream {
 // The name as coreutils quotes a file name in a message: unchanged when the shell would read
 // it back as it stands, else in single quotes (double quotes when it holds a single quote and
 // nothing a shell expands inside double quotes), control characters as $'\n'. A colon is
-// quoted too, so that "NAME: REASON" stays unambiguous. Bytes of 128 and up pass unchanged
-// (a UTF-8 locale).
+// quoted too, so that "NAME: REASON" stays unambiguous. Whether a byte of 128 or more prints
+// follows the locale's character set (LC_CTYPE), as in coreutils.
 std::string quotedName(const std::string& name);
 
 // The same, but in quotes even when the shell would read it back as it stands, as coreutils

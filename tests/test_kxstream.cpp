@@ -221,7 +221,8 @@ class KxstreamIdAgainstMd5sum : public KxstreamTool {
         "sed 's/^./0/' listing > corrupt && " +
         "printf '%s\\n' '# comment' '' 'not a line' '0123  short' \"$(head -1 listing)\" > odd && "
         "head -c 32 listing > reversed && printf ' binary\\n' >> reversed && "
-        "head -1 listing >> reversed && printf 'c:d' > 'a:b' && printf x > \"it's\" && "
+        "head -1 listing >> reversed && printf '%s\\0junk\\n' \"$(head -1 listing)\" > nul && "
+        "printf 'c:d' > 'a:b' && printf x > \"it's\" && "
         "md5sum 'a:b' \"it's\" > quoted && rm 'a:b' && "
         "mkdir -p tree/d/e tree/z && printf 1 > tree/b && printf 2 > tree/A && "
         "printf 3 > tree/d/e/f && printf 4 > tree/d/x && ln -s ../b tree/z/link && "
@@ -252,6 +253,7 @@ TEST_F(KxstreamIdAgainstMd5sum, EveryOptionPrintsWhatTheReferencePrints) {
       {"md5sum -c --warn --quiet odd", ""},
       {"md5sum -c --stat --warn odd", ""},
       {"md5sum -c reversed", ""},
+      {"md5sum -c nul", ""},
       {"md5sum -c vanished", ""},
       {"md5sum -c --quiet vanished", ""},
       {"md5sum -c --status vanished", ""},

@@ -82,7 +82,8 @@ std::optional<ChecksumEntry> entryOf(const std::string& digest, const std::strin
     return std::nullopt;
   }
   if (!escapedName) {
-    return ChecksumEntry{digest, name};
+    // A NUL ends the name, as it ends md5sum's C string; an escaped name may not hold one.
+    return ChecksumEntry{digest, name.substr(0, name.find('\0'))};
   }
   std::optional<std::string> plain = unescaped(name);
   if (!plain) {

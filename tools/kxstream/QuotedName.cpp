@@ -1,7 +1,9 @@
 #include "QuotedName.h"
 
+#include <clocale>
 #include <cwchar>
 #include <cwctype>
+#include <optional>
 #include <vector>
 
 namespace kxstream {
@@ -21,14 +23,55 @@ struct Piece {
   bool printable;
 };
 
+// The user's character set (LC_CTYPE of the environment), loaded the first time a name holds
+// a byte of 128 or more: most runs never need it, and loading it costs a fifth of the tool's
+// resident memory. Without a valid locale in the environment, the C locale's rules hold.
+class UserCharacterSet {
+ public:
+  UserCharacterSet() : mLocale(newlocale(LC_CTYPE_MASK, "", static_cast<locale_t>(nullptr))) {}
+  ~UserCharacterSet() {
+    if (mLocale != static_cast<locale_t>(nullptr)) {
+      freelocale(mLocale);
+    }
+  }
+  UserCharacterSet(const UserCharacterSet&) = delete;
+  UserCharacterSet& operator=(const UserCharacterSet&) = delete;
+
+  locale_t get() const {
+    return mLocale != static_cast<locale_t>(nullptr) ? mLocale : LC_GLOBAL_LOCALE;
+  }
+
+ private:
+  locale_t mLocale;
+};
+
+// Makes the user's character set this thread's while the scope lasts.
+class InUserCharacterSet {
+ public:
+  InUserCharacterSet() {
+    static const UserCharacterSet characterSet;
+    mPrevious = uselocale(characterSet.get());
+  }
+  ~InUserCharacterSet() { uselocale(mPrevious); }
+  InUserCharacterSet(const InUserCharacterSet&) = delete;
+  InUserCharacterSet& operator=(const InUserCharacterSet&) = delete;
+
+ private:
+  locale_t mPrevious;
+};
+
 std::vector<Piece> piecesOf(const std::string& name) {
   std::vector<Piece> pieces;
+  std::optional<InUserCharacterSet> characterSet;
   for (size_t at = 0; at < name.size();) {
     const auto byte = static_cast<unsigned char>(name[at]);
     if (byte < 0x80) {
       pieces.push_back({at, 1, byte >= 0x20 && byte != 0x7f});
       ++at;
       continue;
+    }
+    if (!characterSet) {
+      characterSet.emplace();
     }
     std::mbstate_t state{};
     wchar_t character = 0;

@@ -1,6 +1,5 @@
 // kxstream: content identifiers, concatenation, range copies and UUIDs through libKXStreams64.
 
-#include <clocale>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -139,9 +138,6 @@ int runCommand(const Command& command, const std::vector<std::string>& words) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Names in messages are quoted as coreutils quotes them, which follows the locale's
-  // character set; nothing else of the tool depends on the locale.
-  std::setlocale(LC_CTYPE, "");
   if (argc < 2) {
     return usageError("missing command", nullptr);
   }

@@ -18,6 +18,8 @@ trap 'rm -rf "$scratch"' EXIT
 # The benchmark programs and the temporary stream put their files here too.
 export TMPDIR=$scratch
 results=$scratch/results     # lines "NAME VALUE", times in ns, memory in KiB
+tree_equal_md5deep=""
+tree_equal_find=""
 
 median() {
   sort -g | awk '{ v[NR] = $1 } END { if (NR == 0) exit 1;
@@ -85,6 +87,46 @@ run_tools() {
   run_command tool/kxstream_copy "$tool" copy "$scratch/big.bin" "$scratch/copy.out"
   run_command tool/cp cp "$scratch/big.bin" "$scratch/copy.out"
   run_command tool/dd dd if="$scratch/big.bin" of="$scratch/copy.out" bs=1M status=none
+  run_tree_tools "$tool"
+}
+
+# Whole trees: kxstream id -r against md5deep and find | xargs md5sum on /usr/include, the check
+# of its listing against md5sum -c, and the peak memory of a walk over 100,000 files against one
+# over 1,000 (the same directory width, so that only the number of files differs).
+run_tree_tools() {
+  local tool=$1 tree=/usr/include cores
+  cores=$(nproc)
+  if [[ ! -d $tree ]]; then
+    echo "compare.sh: no $tree; the tree rows are skipped" >&2
+    return 0
+  fi
+  # md5deep follows links to directories, find does not: -L and plain -r list the same files.
+  "$tool" id -r -L "$tree" | sort >"$scratch/ours.sorted"
+  if command -v md5deep >/dev/null; then
+    md5deep -r -j "$cores" "$tree" | sort >"$scratch/theirs.sorted"
+    cmp -s "$scratch/ours.sorted" "$scratch/theirs.sorted" && tree_equal_md5deep=yes || tree_equal_md5deep=NO
+    run_command tool/kxstream_id_tree_links "$tool" id -r -L "$tree"
+    run_command tool/md5deep_tree md5deep -r -j "$cores" "$tree"
+  else
+    echo "compare.sh: md5deep not installed (Debian package hashdeep); its row is skipped" >&2
+  fi
+  "$tool" id -r "$tree" >"$scratch/tree.md5"
+  find "$tree" -type f -print0 | xargs -0 md5sum | sort >"$scratch/theirs.sorted"
+  sort "$scratch/tree.md5" | cmp -s - "$scratch/theirs.sorted" && tree_equal_find=yes || tree_equal_find=NO
+  run_command tool/kxstream_id_tree "$tool" id -r "$tree"
+  run_command tool/find_xargs_md5sum sh -c 'find "$1" -type f -print0 | xargs -0 md5sum' sh "$tree"
+  run_command tool/kxstream_id_check "$tool" id -c "$scratch/tree.md5"
+  run_command tool/md5sum_check md5sum -c "$scratch/tree.md5"
+
+  echo "making trees of 1,000 and 100,000 files ..." >&2
+  local dir
+  for dir in "$scratch"/small/d000 "$scratch"/large/d{000..099}; do
+    mkdir -p "$dir"
+    (cd "$dir" && seq -f 'file%04g' 1000 | xargs touch)
+  done
+  run_command tool/kxstream_id_1k "$tool" id -r "$scratch/small"
+  run_command tool/kxstream_id_100k "$tool" id -r "$scratch/large"
+  rm -rf "$scratch/small" "$scratch/large"
 }
 
 : >"$results"
@@ -163,3 +205,10 @@ row "kxstream cat vs cat, 512 MiB into a pipe" tool/kxstream_cat tool/cat 1.3
 row "kxstream cat vs cat, 512 MiB from a pipe into a pipe" tool/kxstream_cat_pipe tool/cat_pipe 1.1
 row "kxstream copy vs cp, 512 MiB" tool/kxstream_copy tool/cp 1.2
 row "kxstream copy vs dd bs=1M, 512 MiB" tool/kxstream_copy tool/dd -
+row "kxstream id -r -L vs md5deep -r -j cores, /usr/include" tool/kxstream_id_tree_links tool/md5deep_tree 0.6
+row "kxstream id -r vs find -print0, xargs -0 md5sum, /usr/include" tool/kxstream_id_tree tool/find_xargs_md5sum 0.5
+row "kxstream id -c vs md5sum -c, listing of /usr/include" tool/kxstream_id_check tool/md5sum_check 0.6
+row "kxstream id -r, 100,000 vs 1,000 files, peak memory" tool/kxstream_id_100k.peak tool/kxstream_id_1k.peak 2 KiB
+echo
+echo "Sorted lines equal: kxstream id -r -L vs md5deep: ${tree_equal_md5deep:-not run};" \
+  "kxstream id -r vs find | xargs md5sum: ${tree_equal_find:-not run}"

@@ -7,13 +7,13 @@
 # (libssl-dev), GoogleTest (libgtest-dev, libgmock-dev), Google Benchmark (libbenchmark-dev),
 # libuuid for the UUID benchmark (uuid-dev), pkg-config for the installed-package check, clang
 # with its runtime for the fuzzers, valgrind, clang-format for the formatting check, doxygen for
-# the reference, groff and man-db to check the manual page, and abigail-tools for the binary
-# interface check.
+# the reference, groff and man-db to check the manual page, abigail-tools for the binary
+# interface check, and hashdeep (md5deep) as the yardstick of bench/compare.sh's tree rows.
 set -euo pipefail
 
 build_set=(cmake ninja-build g++ libssl-dev)
 test_set=(libgtest-dev libgmock-dev libbenchmark-dev uuid-dev pkg-config clang
-  libclang-rt-14-dev clang-format valgrind doxygen groff-base man-db abigail-tools)
+  libclang-rt-14-dev clang-format valgrind doxygen groff-base man-db abigail-tools hashdeep)
 
 usage() {
   echo "usage: $0 build|test" >&2

@@ -54,11 +54,11 @@ bool copyInput(const std::string& name, KXBasicGenericStream& output,
 int runCat(const Arguments& arguments) {
   std::vector<std::string> names = arguments.operands;
   if (names.empty()) {
-    names.emplace_back(NamedInput::kStandardInput);
+    names.emplace_back(kStandardInputName);
   }
   struct stat outputStatus {};
   if (wasClosedAtStart(STDOUT_FILENO) || fstat(STDOUT_FILENO, &outputStatus) != 0) {
-    reportError("standard output: Bad file descriptor");
+    reportProblem("standard output: Bad file descriptor");
     return kExitInputFailed;
   }
   bool allCopied = true;
@@ -69,11 +69,11 @@ int runCat(const Arguments& arguments) {
       allCopied = copyInput(name, *output, outputStatus) && allCopied;
     }
     finish(output);
-    if (std::count(names.begin(), names.end(), NamedInput::kStandardInput) != 0) {
+    if (std::count(names.begin(), names.end(), kStandardInputName) != 0) {
       allCopied = closeStandardInput("closing standard input") && allCopied;
     }
   } catch (const OutputFailure& failure) {
-    reportError("write error: " + failure.reason());
+    reportProblem("write error: " + failure.reason());
     return kExitInputFailed;
   }
   return allCopied ? kExitSuccess : kExitInputFailed;

@@ -17,7 +17,7 @@
 #include "Commands.h"
 #include "Diagnostics.h"
 #include "InputSource.h"
-#include "Quoting.h"
+#include "QuotedName.h"
 #include "StandardDescriptors.h"
 #include "StreamHandle.h"
 #include "Transfer.h"
@@ -93,10 +93,10 @@ CopyRequest requestFrom(const Arguments& arguments) {
   if (arguments.operands.size() < 2) {
     throw UsageError(arguments.operands.empty() ? "missing file operand"
                                                 : "missing destination file operand after " +
-                                                      quoteAlways(arguments.operands.front()));
+                                                      alwaysQuotedName(arguments.operands.front()));
   }
   if (arguments.operands.size() > 2) {
-    throw UsageError("extra operand " + quoteAlways(arguments.operands[2]));
+    throw UsageError("extra operand " + alwaysQuotedName(arguments.operands[2]));
   }
   CopyRequest request;
   request.source = arguments.operands[0];
@@ -202,10 +202,12 @@ class Copier {
         pump(mInput.stream(), mOutput, progressFrom(0), mInput.limit());
       }
     } catch (const OutputFailure& failure) {
-      reportError("error writing " + quoteAlways(mRequest.destination) + ": " + failure.reason());
+      reportProblem("error writing " + alwaysQuotedName(mRequest.destination) + ": " +
+                    failure.reason());
       return false;
     } catch (const KXException& failure) {
-      reportError("error reading " + quoteAlways(mRequest.source) + ": " + reasonOf(failure));
+      reportProblem("error reading " + alwaysQuotedName(mRequest.source) + ": " +
+                    reasonOf(failure));
       return false;
     }
     if (mRequest.progress) {
@@ -267,16 +269,16 @@ int copy(const CopyRequest& request) {
   struct stat source {};
   if (stat(request.source.c_str(), &source) != 0 || isPlaceholder(source)) {
     const int reason = isPlaceholder(source) ? ENOENT : errno;
-    reportError("cannot stat " + quoteAlways(request.source) + ": " + std::strerror(reason));
+    reportProblem("cannot stat " + alwaysQuotedName(request.source) + ": " + std::strerror(reason));
     return kExitInputFailed;
   }
   if (S_ISDIR(source.st_mode)) {
-    reportError("-r not specified; omitting directory " + quoteAlways(request.source));
+    reportProblem("-r not specified; omitting directory " + alwaysQuotedName(request.source));
     return kExitInputFailed;
   }
   const Destination target = destinationFor(request);
   if (target.danglingLink) {
-    reportError("not writing through dangling symlink " + quoteAlways(target.path));
+    reportProblem("not writing through dangling symlink " + alwaysQuotedName(target.path));
     return kExitInputFailed;
   }
   InputOptions options;
@@ -287,25 +289,27 @@ int copy(const CopyRequest& request) {
   try {
     input = std::make_unique<NamedInput>(request.source, options);
   } catch (const InputError& failure) {
-    reportError("cannot open " + quoteAlways(request.source) + " for reading: " + failure.reason());
+    reportProblem("cannot open " + alwaysQuotedName(request.source) +
+                  " for reading: " + failure.reason());
     return kExitInputFailed;
   } catch (const KXException& failure) {
-    reportError("cannot open " + quoteAlways(request.source) +
-                " for reading: " + reasonOf(failure));
+    reportProblem("cannot open " + alwaysQuotedName(request.source) +
+                  " for reading: " + reasonOf(failure));
     return kExitInputFailed;
   }
   if (target.exists && sameFile(input->status(), target.status)) {
-    reportError(quoteAlways(request.source) + " and " + quoteAlways(target.path) +
-                " are the same file");
+    reportProblem(alwaysQuotedName(request.source) + " and " + alwaysQuotedName(target.path) +
+                  " are the same file");
     return kExitInputFailed;
   }
   StreamHandle output;
   try {
     output = openDestination(target);
   } catch (const KXException& failure) {
-    reportError((target.exists ? "cannot open " + quoteAlways(target.path) + " for writing: "
-                               : "cannot create regular file " + quoteAlways(target.path) + ": ") +
-                reasonOf(failure));
+    reportProblem((target.exists
+                       ? "cannot open " + alwaysQuotedName(target.path) + " for writing: "
+                       : "cannot create regular file " + alwaysQuotedName(target.path) + ": ") +
+                  reasonOf(failure));
     return kExitInputFailed;
   }
   if (!target.exists) {
@@ -318,13 +322,13 @@ int copy(const CopyRequest& request) {
   try {
     finish(output);
   } catch (const KXException& failure) {
-    reportError("error writing " + quoteAlways(target.path) + ": " + reasonOf(failure));
+    reportProblem("error writing " + alwaysQuotedName(target.path) + ": " + reasonOf(failure));
     return kExitInputFailed;
   }
   try {
     input->finish();
   } catch (const KXException& failure) {
-    reportError("error reading " + quoteAlways(request.source) + ": " + reasonOf(failure));
+    reportProblem("error reading " + alwaysQuotedName(request.source) + ": " + reasonOf(failure));
     return kExitInputFailed;
   }
   return kExitSuccess;

@@ -6,7 +6,7 @@
 
 #include <kxstreams/KXStreams.h>
 
-#include "Quoting.h"
+#include "QuotedName.h"
 
 namespace kxstream {
 
@@ -60,13 +60,13 @@ std::string reasonOf(const KXException& failure) {
   return failure.what();
 }
 
-void reportError(const std::string& message) {
+void reportProblem(const std::string& message) {
   std::fflush(stdout);
   std::fprintf(stderr, "kxstream: %s\n", message.c_str());
 }
 
 void reportFailure(const std::string& name, const std::string& reason) {
-  reportError(quoteName(name) + ": " + reason);
+  reportProblem(quotedName(name) + ": " + reason);
 }
 
 void reportFailure(const std::string& name, const KXException& failure) {
@@ -76,8 +76,8 @@ void reportFailure(const std::string& name, const KXException& failure) {
 int finishStandardOutput(int exitCode) {
   errno = 0;
   if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-    reportError(std::string("write error: ") +
-                (errno != 0 ? std::strerror(errno) : "standard output failed"));
+    reportProblem(std::string("write error: ") +
+                  (errno != 0 ? std::strerror(errno) : "standard output failed"));
     return kExitInputFailed;
   }
   return exitCode;

@@ -54,7 +54,7 @@ KXDescriptorStream::KXDescriptorInfo& descriptorInfo(KXBasicGenericStream& strea
 std::string InputError::reason() const { return std::strerror(mCode); }
 
 NamedInput::NamedInput(const std::string& name, const InputOptions& options) {
-  if (name == kStandardInput) {
+  if (name == kStandardInputName) {
     openStandardInput(options);
   } else {
     openNamed(name, options);
@@ -152,7 +152,7 @@ bool closeStandardInput(const std::string& label) {
   if (!wasClosedAtStart(STDIN_FILENO)) {
     return true;
   }
-  reportError(label + ": " + std::strerror(EBADF));
+  reportProblem(label + ": " + std::strerror(EBADF));
   return false;
 }
 

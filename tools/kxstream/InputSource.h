@@ -18,6 +18,9 @@
 
 namespace kxstream {
 
+// The name that stands for standard input.
+constexpr const char* kStandardInputName = "-";
+
 // Why an input could not be opened: the system's errno.
 class InputError {
  public:
@@ -58,8 +61,6 @@ class OwnedDescriptor {
 
 class NamedInput {
  public:
-  static constexpr const char* kStandardInput = "-";
-
   // Opens name for reading ("-": standard input) and places it at options.start. Throws
   // InputError when it cannot be opened, KXException when the stream refuses it.
   NamedInput(const std::string& name, const InputOptions& options);

@@ -28,13 +28,42 @@ struct Command {
 const std::vector<Command>& commands() {
   static const std::vector<Command> table = {
       {"id",
-       "content identifier (MD5) of each file, as md5sum prints it",
-       "Usage: kxstream id [-j JOBS] [FILE...]\n"
-       "Print the content identifier (MD5) of each FILE, one line 'DIGEST  NAME' as md5sum does.\n"
+       "content identifier (MD5) of each file, as md5sum prints it, or check a listing",
+       "Usage: kxstream id [OPTION...] [FILE...]\n"
+       "Print or check content identifiers (MD5), one line 'DIGEST  NAME' as md5sum does.\n"
        "With no FILE, or when FILE is -, read standard input.\n\n"
-       "  -j JOBS   digest up to JOBS files at once (default: the number of processors)\n"
-       "  --help    show this help\n",
-       {{"-j"}, {"--help"}},
+       "  -b, --binary          mark lines with '*' (read in binary mode)\n"
+       "  -c, --check           read listings from the FILEs and verify them\n"
+       "      --tag             print BSD-style lines 'MD5 (NAME) = DIGEST'\n"
+       "  -t, --text            mark lines with ' ' (read in text mode, the default)\n"
+       "  -z, --zero            end each output line with NUL, not newline, and do not escape\n"
+       "                          names; with --check, read NUL-separated lines\n"
+       "  -r, --recursive       digest every regular file under each directory FILE, sorted\n"
+       "                          by name within each directory\n"
+       "  -L, --dereference     with --recursive, follow symbolic links inside the trees\n"
+       "      --files0-from=F   digest the files named in F, each name ended by a NUL;\n"
+       "                          F - reads the names from standard input\n"
+       "  -j JOBS               digest up to JOBS files at once (default: the number of\n"
+       "                          processors); lines still come in list order\n\n"
+       "Only when verifying (--check):\n"
+       "      --ignore-missing  do not fail or report status for missing files\n"
+       "      --quiet           do not print OK for each successfully verified file\n"
+       "      --status          print nothing, the exit status shows success\n"
+       "      --strict          exit non-zero for improperly formatted listing lines\n"
+       "  -w, --warn            warn about improperly formatted listing lines\n\n"
+       "      --help            show this help\n\n"
+       "Exit status: 0 when every file was digested (or verified), 1 otherwise, 2 on a\n"
+       "usage error.\n",
+       {{"-j", "--files0-from"},
+        {"--help", "--binary", "--check", "--tag", "--text", "--zero", "--recursive",
+         "--dereference", "--ignore-missing", "--quiet", "--status", "--strict", "--warn"},
+        {{"-b", "--binary"},
+         {"-c", "--check"},
+         {"-t", "--text"},
+         {"-z", "--zero"},
+         {"-r", "--recursive"},
+         {"-L", "--dereference"},
+         {"-w", "--warn"}}},
        kxstream::runId},
       {"cat",
        "the files one after the other, to standard output",
@@ -42,7 +71,7 @@ const std::vector<Command>& commands() {
        "Write the FILEs one after the other to standard output, byte for byte.\n"
        "With no FILE, or when FILE is -, read standard input.\n\n"
        "  --help    show this help\n",
-       {{}, {"--help"}},
+       {{}, {"--help"}, {}},
        kxstream::runCat},
       {"copy",
        "a whole file or a byte range of it",
@@ -53,7 +82,7 @@ const std::vector<Command>& commands() {
        "  --length N    number of bytes to copy (default: to the end of SOURCE)\n"
        "  --progress    show bytes done, total and rate when standard error is a terminal\n"
        "  --help        show this help\n",
-       {{"--start", "--length"}, {"--progress", "--help"}},
+       {{"--start", "--length"}, {"--progress", "--help"}, {}},
        kxstream::runCopy},
       {"uuid",
        "time-based UUIDs, one a line",
@@ -61,7 +90,7 @@ const std::vector<Command>& commands() {
        "Print COUNT time-based (version 1) UUIDs, one a line (default 1).\n\n"
        "  -n COUNT  how many UUIDs to print\n"
        "  --help    show this help\n",
-       {{"-n"}, {"--help"}},
+       {{"-n"}, {"--help"}, {}},
        kxstream::runUuid},
   };
   return table;

@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "InputDigest.h"
+#include "InputSource.h"
 #include "QuotedName.h"
 
 namespace kxstream {
@@ -23,7 +23,6 @@ InputList::InputList(Options options) : mOptions(std::move(options)) {
   }
   if (isStandardInput(mOptions.listName)) {
     mList = stdin;
-    noteStandardInputRead();
     return;
   }
   mList = std::fopen(mOptions.listName.c_str(), "r");

@@ -91,6 +91,20 @@ void KXDescriptorStream::openPath() {
 }
 
 // Where the stream starts and how long it is, from the descriptor itself.
+namespace {
+
+// The size of the regular file whose status is given, when reading it yields that size; -1
+// otherwise.
+int64_t trustedSize(int descriptor, const struct stat64& status) {
+  if (!S_ISREG(status.st_mode)) {
+    return -1;
+  }
+  const int64_t type = kx_fstatfs_type(descriptor);
+  return type < 0 || isPseudoFileSystem(type) ? -1 : status.st_size;
+}
+
+}  // namespace
+
 void KXDescriptorStream::measure() {
   struct stat64 status {};
   if (kx_fstat(mDescriptorInfo.mDescriptor, &status) != 0) {
@@ -102,7 +116,7 @@ void KXDescriptorStream::measure() {
   mDescriptorInfo.mSeekable = offset >= 0 ? 1 : 0;
   mDescriptorInfo.mStartOffset = std::max<int64_t>(offset, 0);
   if (mIoFlag == eIn && mFollowsGrowth == 0) {
-    const int64_t length = trustedLength(mDescriptorInfo.mDescriptor);
+    const int64_t length = trustedSize(mDescriptorInfo.mDescriptor, status);
     mStreamInfo.mStreamLen =
         length < 0 ? -1 : std::max<int64_t>(0, length - mDescriptorInfo.mStartOffset);
   }
@@ -132,14 +146,7 @@ void KXDescriptorStream::init() {
 
 int64_t KXDescriptorStream::trustedLength(int descriptor) {
   struct stat64 status {};
-  if (kx_fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
-    return -1;
-  }
-  const int64_t type = kx_fstatfs_type(descriptor);
-  if (type < 0 || isPseudoFileSystem(type)) {
-    return -1;
-  }
-  return status.st_size;
+  return kx_fstat(descriptor, &status) == 0 ? trustedSize(descriptor, status) : -1;
 }
 
 int KXDescriptorStream::readSome() {

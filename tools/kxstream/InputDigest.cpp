@@ -21,7 +21,9 @@ std::string digestOfInput(const std::string& name) {
     hold.lock();
     noteStandardInputRead();
   }
-  NamedInput input(name, InputOptions{});
+  InputOptions options;
+  options.oneOpen = true;
+  NamedInput input(name, options);
   std::string digest = digestToEnd(input.stream());
   input.finish();
   return digest;

@@ -84,12 +84,17 @@ void NamedInput::openNamed(const std::string& name, const InputOptions& options)
   const int descriptor = openForReading(name);
   mStatus = inspect(descriptor);
   const int64_t size = KXDescriptorStream::trustedLength(descriptor);
-  if (options.toItsEnd || size < 0) {
+  // A small file needs no large buffer: that spares a mapping and its page faults per file.
+  const long bufferSize =
+      size < 0
+          ? options.bufferSize
+          : static_cast<long>(std::min<int64_t>(options.bufferSize, std::max<int64_t>(size, 1)));
+  if (options.toItsEnd || size < 0 || options.oneOpen) {
     // Closed here should the stream that is to own it not be had.
     OwnedDescriptor untilOwned;
     untilOwned.adopt(descriptor);
-    KXDescriptorStream* created = KXStreams::createDescriptorStream(
-        untilOwned.get(), KXDescriptorStream::eIn, options.bufferSize, 1);
+    KXDescriptorStream* created =
+        KXStreams::createDescriptorStream(untilOwned.get(), KXDescriptorStream::eIn, bufferSize, 1);
     untilOwned.release();
     created->setFollowsGrowth(options.toItsEnd ? 1 : 0);
     mStream = initialised(created);
@@ -104,9 +109,9 @@ void NamedInput::openNamed(const std::string& name, const InputOptions& options)
   const int64_t length = options.length < 0 ? size - start : std::min(options.length, size - start);
   if (start == 0 && length == size) {
     mStream = initialised(
-        KXStreams::createFileStream(name.c_str(), "rb", options.bufferSize, KXFileStream::eIn, 0));
+        KXStreams::createFileStream(name.c_str(), "rb", bufferSize, KXFileStream::eIn, 0));
   } else {
-    mStream = initialised(KXStreams::createPartialFileStream(name.c_str(), "rb", options.bufferSize,
+    mStream = initialised(KXStreams::createPartialFileStream(name.c_str(), "rb", bufferSize,
                                                              KXFileStream::eIn, start, length, -1));
   }
 }

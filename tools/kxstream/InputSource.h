@@ -37,6 +37,9 @@ struct InputOptions {
   bool toItsEnd = false;  // the descriptor stream, to the end the file has when read there
   int64_t start = 0;      // bytes to pass over first (fewer when the input is shorter)
   int64_t length = -1;    // at most this many bytes after start; -1: to the end
+  // A regular file is read through the descriptor already opened to check it, not reopened by
+  // a file stream: one open per input, where the cost per file counts (digests of trees).
+  bool oneOpen = false;
 };
 
 // A descriptor closed with its owner, also when the owner's constructor throws.

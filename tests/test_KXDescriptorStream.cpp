@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -19,21 +20,22 @@ namespace {
 
 using namespace kxtest;
 
-// A pipe whose ends are closed at the end of the scope unless handed on.
-struct Pipe {
-  Pipe() { EXPECT_EQ(0, pipe2(ends, O_CLOEXEC)); }
-  ~Pipe() {
-    for (const int end : ends) {
-      if (end >= 0) {
-        close(end);
-      }
-    }
+// A pipe whose writing end a thread fills with bytes after a delay, then closes.
+struct FedPipe {
+  FedPipe(const std::string& bytes, int delayMs) {
+    EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
+    writer = std::thread([this, bytes, delayMs] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
+      EXPECT_EQ(static_cast<ssize_t>(bytes.size()), write(ends[1], bytes.data(), bytes.size()));
+      close(ends[1]);
+    });
   }
-  void closeEnd(int index) {
-    close(ends[index]);
-    ends[index] = -1;
+  ~FedPipe() {
+    writer.join();
+    close(ends[0]);
   }
   int ends[2] = {-1, -1};
+  std::thread writer;
 };
 
 StreamPtr<KXDescriptorStream> openInput(int descriptor, KXBool owned = 0) {
@@ -54,18 +56,12 @@ std::string drain(KXBasicGenericStream& stream) {
 }
 
 TEST(KXDescriptorStream, ReadsAPipeToItsEndWithUnknownLengthAndNoMarks) {
-  Pipe channel;
   const std::string content = randomBytes(100000, 3);
-  std::thread writer([&] {
-    EXPECT_EQ(static_cast<ssize_t>(content.size()),
-              write(channel.ends[1], content.data(), content.size()));
-    channel.closeEnd(1);
-  });
+  FedPipe channel(content, 0);
   auto stream = openInput(channel.ends[0]);
   EXPECT_EQ(-1, stream->GetLength());
   EXPECT_THROW(stream->SetMark(), KXMarkRequiredException);
   EXPECT_TRUE(content == drain(*stream));
-  writer.join();
   stream.reset();
   EXPECT_NE(-1, fcntl(channel.ends[0], F_GETFD)) << "a borrowed descriptor was closed";
 }
@@ -128,24 +124,13 @@ TEST(KXDescriptorStream, WritesEveryByteAndCreatesANamedFile) {
 }
 
 TEST(KXDescriptorStream, OpeningFailuresNameTheSystemReason) {
-  const struct {
-    const char* what;
-    KXDescriptorStream* stream;
-    int code;
-  } rows[] = {
-      {"missing path", new KXDescriptorStream("/no/such/file", KXDescriptorStream::eIn, 1), ENOENT},
-      {"directory", new KXDescriptorStream("/", KXDescriptorStream::eIn, 1), EISDIR},
-      {"closed descriptor", new KXDescriptorStream(1000, KXDescriptorStream::eIn, 1, 0), EBADF},
+  using Kind = KXDescriptorStream;
+  const auto failureOf = [](const std::function<void()>& open) {
+    return thrownBy<KXFileSystemException>(open).GetCode();
   };
-  for (const auto& row : rows) {
-    StreamPtr<KXDescriptorStream> stream(row.stream);
-    try {
-      stream->init();
-      ADD_FAILURE() << row.what << " opened";
-    } catch (const KXFileSystemException& failure) {
-      EXPECT_EQ(row.code, failure.GetCode()) << row.what;
-    }
-  }
+  EXPECT_EQ(ENOENT, failureOf([] { opened<Kind>("/no/such/file", Kind::eIn, 1); }));
+  EXPECT_EQ(EISDIR, failureOf([] { opened<Kind>("/", Kind::eIn, 1); }));
+  EXPECT_EQ(EBADF, failureOf([] { opened<Kind>(1000, Kind::eIn, 1, KXBool{0}); }));
 }
 
 void ignoreAlarm(int /*signal*/) {}
@@ -158,16 +143,10 @@ TEST(KXDescriptorStream, ReadsInterruptedBySignalsAreRetried) {
   const itimerval every5ms{{0, 5000}, {0, 5000}};
   ASSERT_EQ(0, setitimer(ITIMER_REAL, &every5ms, nullptr));
 
-  Pipe channel;
-  std::thread writer([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(60));
-    EXPECT_EQ(5, write(channel.ends[1], "late!", 5));
-    channel.closeEnd(1);
-  });
-  auto stream = openInput(channel.ends[0]);
-  EXPECT_EQ("late!", drain(*stream));
-  writer.join();
-
+  {
+    FedPipe channel("late!", 60);
+    EXPECT_EQ("late!", drain(*openInput(channel.ends[0])));
+  }
   const itimerval off{};
   setitimer(ITIMER_REAL, &off, nullptr);
   sigaction(SIGALRM, &previous, nullptr);

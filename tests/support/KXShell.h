@@ -3,6 +3,7 @@
 
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "KXTestSupport.h"
 
@@ -32,6 +33,25 @@ class Shell {
   const TempDir& mDir;
   std::string mTool;
 };
+
+// One job done by the reference tools and by kxstream ($K). In both lines @id, @cat and @cp
+// stand for md5sum, cat and cp in the reference's and for $K id, $K cat and $K copy in ours;
+// a row made of one line runs it on both sides.
+struct ToolPair {
+  ToolPair(const char* line) : reference(line) {}
+  ToolPair(std::string line) : reference(std::move(line)) {}
+  ToolPair(std::string referenceLine, std::string oursLine)
+      : reference(std::move(referenceLine)), ours(std::move(oursLine)) {}
+
+  std::string reference;
+  std::string ours;  // "" for the reference's line
+};
+
+// Runs (tool as $K) each pair's two lines in fresh directories prepared by `setUp` (a command line
+// ending in "&& ") and expects the same exit status, output and messages; the reference's messages
+// get kxstream's name, and its "Try 'md5sum --help'" becomes ours with usage's exit status 2.
+void expectSameAsReference(const std::string& tool, const std::vector<ToolPair>& rows,
+                           const std::string& setUp = "");
 
 }  // namespace kxtest
 

@@ -21,13 +21,6 @@ using namespace kxtest;
 
 long doNothing(KXStreamInfo* /*info*/) { return 0; }
 
-// Delivers without moving the position past the delivered bytes.
-long prepareWithoutAdvancing(KXStreamInfo* info) {
-  stringSourcePrepare(info);
-  info->mStreamPos -= info->mTransferLen;
-  return 0;
-}
-
 StreamPtr<KXCustomStream> openSource(StringSource& source,
                                      KXStreamProc prepare = stringSourcePrepare,
                                      KXStreamProc setMarker = stringSourceSetMarker,
@@ -106,27 +99,6 @@ TEST(KXCustomStream, OnlyTheStatusLowWordCountsAndNotSupportedMeansNoMarkerOnlyF
   EXPECT_EQ(KX_FILESYSTEM_ERR, unexplained.GetCode());
   EXPECT_STREQ("", unexplained.GetMessage());
   source.status = 0;  // the failed close left the stream alive; the guard closes it now
-}
-
-// A lenient engine records the mark a callback forgot.
-TEST(KXCustomStream, RuleBreakingCallbacksFailTheCallOnlyInStrictMode) {
-  for (KXBool strict : {KXBool{1}, KXBool{0}}) {
-    const StrictModeScope scope(strict);
-    StringSource source{"0123456789"};
-    StreamPtr<KXCustomStream> unmoved = openSource(source, prepareWithoutAdvancing);
-    EXPECT_EQ(strict != 0 ? "KXStreamValidationException (code 0): PrepareBufferProc: "
-                            "mStreamPos [KXBasicGenericStream.prepareBuffer]"
-                          : "",
-              outcome([&] { readString(*unmoved, 2); }));
-    StreamPtr<KXCustomStream> unmarked = openSource(source, stringSourcePrepare, doNothing);
-    EXPECT_EQ("01", readString(*unmarked, 2));
-    EXPECT_EQ(strict != 0 ? "KXStreamValidationException (code 0): SetMarkerProc: mMarkerPos "
-                            "[KXBasicGenericStream.SetMark]"
-                          : "",
-              outcome([&] { unmarked->SetMark(); }));
-    EXPECT_EQ(strict != 0 ? 0 : 2, unmarked->GetInfo()->mMarkerPos);
-    unmoved->GetInfo()->mStreamPos = strict != 0 ? 0 : 2;  // what a strict close then expects
-  }
 }
 
 // Points mBuffer at its four bytes once and afterwards only refills them, which the record

@@ -82,15 +82,6 @@ StrictModeScope::StrictModeScope(KXBool strict) : mPrevious(KXStreams::getStream
 
 StrictModeScope::~StrictModeScope() { KXStreams::setStreamStrictMode(mPrevious); }
 
-bool hasTrace(const KXException& exception, const std::string& trace) {
-  for (int index = 0; index < exception.GetTraceCount(); ++index) {
-    if (trace == exception.GetTrace(index)) {
-      return true;
-    }
-  }
-  return false;
-}
-
 std::string traces(const KXException& exception) {
   std::string joined;
   for (int index = 0; index < exception.GetTraceCount(); ++index) {

@@ -55,7 +55,6 @@ class LogCapture {
   // How many captured lines at level (0: any level) contain text.
   int count(verbosity_level_t level, const std::string& text) const;
   int count(const std::string& text) const { return count(0, text); }
-  void clear() { mLines.clear(); }
 
  private:
   static void sink(verbosity_level_t level, component_t component, const char* line, void* context);
@@ -110,8 +109,6 @@ long writeString(KXBasicGenericStream& stream, std::string bytes);
 // Everything in the file at path ("" when it cannot be read).
 std::string fileContents(const std::string& path);
 
-// Whether the exception carries the trace text.
-bool hasTrace(const KXException& exception, const std::string& trace);
 // All traces joined by " | ", for failure messages.
 std::string traces(const KXException& exception);
 

@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "KXStringConversion.h"
 #include "KXTestSupport.h"
 
 namespace {
@@ -70,22 +73,46 @@ TEST(KXLogging, NullSinkRestoresStandardErrorWithANewline) {
   EXPECT_EQ("to stderr\n", kxtest::fileContents(errorFile));
 }
 
-TEST(KXLogging, ConcurrentLinesReachTheSinkOneAtATime) {
-  LogCapture capture(true);
-  std::vector<std::thread> threads;
-  threads.reserve(4);
-  for (int thread = 0; thread < 4; ++thread) {
-    threads.emplace_back([thread] {
-      for (int line = 0; line < 500; ++line) {
-        KXLogging::Debug(1024, "thread %d line %d", thread, line);
-      }
-    });
+using Conversion = KXStringConversion;
+
+// Eight more calls of every kind on this thread, and any number on another, leave a text alone.
+TEST(KXStringConversion, TextsStayValidAcrossEightFurtherCallsAndOtherThreads) {
+  const char* number = Conversion::toString(12345L);
+  const char* text = Conversion::toString("kept");
+  for (int call = 0; call < 2; ++call) {
+    Conversion::toString(static_cast<long>(call));
+    Conversion::toString(static_cast<unsigned char>(call));
+    Conversion::toString("other");
+    Conversion::removePercent("1%2");
   }
-  for (std::thread& thread : threads) {
-    thread.join();
+  std::thread other([] {
+    for (long call = 0; call < 100; ++call) {
+      Conversion::toString(call);
+    }
+  });
+  other.join();
+  EXPECT_STREQ("12345", number);
+  EXPECT_STREQ("kept", text);
+}
+
+TEST(KXStringConversion, ConvertsNumbersToDecimalAndCopiesTextsWithNullAsNULL) {
+  EXPECT_STREQ("-10006", Conversion::toString(-10006L));
+  EXPECT_EQ(std::to_string(LONG_MIN), Conversion::toString(LONG_MIN));
+  EXPECT_EQ(std::to_string(LONG_MAX), Conversion::toString(LONG_MAX));
+  for (int byte : {0, 1, 255}) {
+    EXPECT_EQ(std::to_string(byte), Conversion::toString(static_cast<unsigned char>(byte)));
   }
-  EXPECT_EQ(2000u, capture.lines().size());
-  EXPECT_EQ(1, capture.count("thread 3 line 499"));
+  char source[] = "path";
+  const char* copy = Conversion::toString(source);
+  std::strcpy(source, "gone");
+  EXPECT_STREQ("path", copy);
+  EXPECT_STREQ("NULL", Conversion::toString(static_cast<const char*>(nullptr)));
+}
+
+TEST(KXStringConversion, RemovePercentDropsEveryPercentSign) {
+  EXPECT_STREQ("100 sn", Conversion::removePercent("100% %s%n"));
+  EXPECT_STREQ("", Conversion::removePercent("%%%"));
+  EXPECT_STREQ("NULL", Conversion::removePercent(nullptr));
 }
 
 }  // namespace

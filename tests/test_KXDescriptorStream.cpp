@@ -133,6 +133,22 @@ TEST(KXDescriptorStream, OpeningFailuresNameTheSystemReason) {
   EXPECT_EQ(EBADF, failureOf([] { opened<Kind>(1000, Kind::eIn, 1, KXBool{0}); }));
 }
 
+TEST(KXDescriptorStream, RefusesBadArgumentsAtInitWithCodeZeroAndTheReason) {
+  using Kind = KXDescriptorStream;
+  const std::pair<std::function<void()>, const char*> cases[] = {
+      {[] { opened<Kind>(0, static_cast<Kind::EIoFlag>(7), 1, KXBool{0}); },
+       "invalid direction 7: expected eIn (0) or eOut (1)"},
+      {[] { opened<Kind>(0, Kind::eIn, 0, KXBool{0}); }, "the buffer size must be positive"},
+      {[] { opened<Kind>(-1, Kind::eOut, 1, KXBool{0}); }, "no descriptor and no path given"},
+      {[] { opened<Kind>("", Kind::eIn, 1); }, "the path is empty"},
+  };
+  for (const auto& [open, reason] : cases) {
+    const KXParameterException refused = thrownBy<KXParameterException>(open);
+    EXPECT_EQ(0, refused.GetCode()) << reason;
+    EXPECT_STREQ(reason, refused.GetMessage());
+  }
+}
+
 void ignoreAlarm(int /*signal*/) {}
 
 TEST(KXDescriptorStream, ReadsInterruptedBySignalsAreRetried) {

@@ -77,7 +77,7 @@ TEST(KXMD5, NullAndInvalidArgumentsFailAndACompletedContextStartsAfresh) {
   KXMD5DeleteContext(nullptr);
   void* context = KXMD5CreateContext();
   ASSERT_NE(nullptr, context);
-  EXPECT_EQ(-1, KXMD5Update(context, nullptr, 3));
+  EXPECT_EQ(-1, KXMD5Update(context, nullptr, 1));
   EXPECT_EQ(0, KXMD5Update(context, nullptr, 0));
   EXPECT_EQ(-1, KXMD5Complete(context, 'x', nullptr, kTextSize));
   EXPECT_EQ(-1, KXMD5Complete(context, 'x', text, -1));

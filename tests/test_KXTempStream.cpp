@@ -101,7 +101,9 @@ TEST(KXTempStream, BytesDueFromATemporaryFileNeverMadeFailTheReadWithStatus5) {
 
 TEST(KXTempStream, RefusesANegativeMemorySizeAtInit) {
   auto* stream = new KXTempStream(-1);
-  EXPECT_STREQ("", thrownBy<KXParameterException>([&] { stream->init(); }).GetMessage());
+  const auto refused = thrownBy<KXParameterException>([&] { stream->init(); });
+  EXPECT_EQ(0, refused.GetCode());
+  EXPECT_STREQ("", refused.GetMessage());
   stream->close();
 }
 

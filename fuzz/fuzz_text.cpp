@@ -44,11 +44,14 @@ Parsed referenceWcstoll(const std::wstring& text, int base) {
       }
     }
   }
-  __int128 value = 0;
+  uint64_t value = 0;
   for (; i < text.size() && text[i] >= L'0' && text[i] <= L'9'; ++i) {
-    const int digit = text[i] - L'0';
-    value = value * base + digit;
-    if (digit >= base || value > INT64_MAX) return {kRangeErrorValue * sign, i + 1, ERANGE};
+    const auto digit = static_cast<uint64_t>(text[i] - L'0');
+    const auto radix = static_cast<uint64_t>(base);
+    if (digit >= radix || value > (INT64_MAX - digit) / radix) {
+      return {kRangeErrorValue * sign, i + 1, ERANGE};
+    }
+    value = value * radix + digit;
   }
   return {static_cast<int64_t>(value) * sign, i, 0};
 }

@@ -55,7 +55,7 @@ class Reader {
     }                                         \
   } while (false)
 
-// The documented exception classes, most derived first.
+// The documented exception classes, in the order of kClassNames.
 enum class Thrown {
   kNone,
   kStream,
@@ -71,18 +71,17 @@ enum class Thrown {
   kOther
 };
 
+// Every documented class derives directly from KXApplicationException or KXException, so the
+// exact class name tells them apart.
 inline Thrown classify(const KXException& e) {
-  if (dynamic_cast<const KXStreamException*>(&e)) return Thrown::kStream;
-  if (dynamic_cast<const KXParameterException*>(&e)) return Thrown::kParameter;
-  if (dynamic_cast<const KXNotSupportedException*>(&e)) return Thrown::kNotSupported;
-  if (dynamic_cast<const KXMarkRequiredException*>(&e)) return Thrown::kMarkRequired;
-  if (dynamic_cast<const KXStreamValidationException*>(&e)) return Thrown::kValidation;
-  if (dynamic_cast<const KXStreamMismatchException*>(&e)) return Thrown::kMismatch;
-  if (dynamic_cast<const KXFileSystemException*>(&e)) return Thrown::kFileSystem;
-  if (dynamic_cast<const KXWrongStreamException*>(&e)) return Thrown::kWrongStream;
-  if (dynamic_cast<const KXOutOfMemException*>(&e)) return Thrown::kOutOfMem;
-  if (dynamic_cast<const KXSDKInternalException*>(&e)) return Thrown::kInternal;
-  return Thrown::kOther;
+  static const char* const kClassNames[] = {
+      "KXStreamException",       "KXParameterException",        "KXNotSupportedException",
+      "KXMarkRequiredException", "KXStreamValidationException", "KXStreamMismatchException",
+      "KXFileSystemException",   "KXWrongStreamException",      "KXOutOfMemException",
+      "KXSDKInternalException"};
+  int index = 0;
+  while (index < 10 && std::string(kClassNames[index]) != e.GetClassName()) ++index;
+  return static_cast<Thrown>(index + 1);
 }
 
 // Runs one library operation; a KXException of a documented class is an allowed outcome,

@@ -4,9 +4,7 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <regex>
-#include <sstream>
 
 namespace kxtest {
 
@@ -18,21 +16,14 @@ std::string shellQuoted(const std::string& text) {
   return result + "'";
 }
 
-std::string slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
-  return bytes.str();
-}
-
 ShellOutcome Shell::run(const std::string& commandLine) const {
   const std::string script = "cd " + shellQuoted(mDir.path()) + " && K=" + shellQuoted(mTool) +
                              " && (" + commandLine + ")";
   const std::string line = "bash -c " + shellQuoted(script) + " >" +
                            shellQuoted(mDir.file(".out")) + " 2>" + shellQuoted(mDir.file(".err"));
   const int status = std::system(line.c_str());
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(mDir.file(".out")),
-          slurp(mDir.file(".err"))};
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, fileContents(mDir.file(".out")),
+          fileContents(mDir.file(".err"))};
 }
 
 namespace {

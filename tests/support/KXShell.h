@@ -11,8 +11,6 @@ namespace kxtest {
 
 // The text in single quotes, safe as one word of a shell command line.
 std::string shellQuoted(const std::string& text);
-// The whole content of a file ("" when it cannot be read).
-std::string slurp(const std::string& path);
 
 struct ShellOutcome {
   int exitCode;  // -1 when the command line was killed by a signal

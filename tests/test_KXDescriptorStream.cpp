@@ -76,7 +76,7 @@ TEST(KXDescriptorStream, RegularFileHasItsLengthFromTheCurrentOffsetAndMarks) {
   KXObjectGuid id;
   stream->calcID(id, -1);
   EXPECT_EQ(0, stream->GetStreamPos());
-  EXPECT_TRUE(slurp(path).substr(100) == drain(*stream));
+  EXPECT_TRUE(fileContents(path).substr(100) == drain(*stream));
   stream.reset();
   EXPECT_EQ(-1, fcntl(descriptor, F_GETFD)) << "an owned descriptor stayed open";
 }
@@ -104,7 +104,7 @@ TEST(KXDescriptorStream, PseudoFilesHaveUnknownLengthButTheirWholeContent) {
     EXPECT_EQ(-1, stream->GetLength()) << path;
     const std::string content = drain(*stream);
     EXPECT_FALSE(content.empty()) << path;
-    EXPECT_EQ(slurp(path), content) << path;
+    EXPECT_EQ(fileContents(path), content) << path;
   }
 }
 
@@ -120,7 +120,7 @@ TEST(KXDescriptorStream, WritesEveryByteAndCreatesANamedFile) {
   EXPECT_EQ(-1, stream->GetLength());
   EXPECT_THROW(stream->read(nullptr, 0), KXParameterException);
   stream.reset();
-  EXPECT_TRUE(content == slurp(path));
+  EXPECT_TRUE(content == fileContents(path));
 }
 
 TEST(KXDescriptorStream, OpeningFailuresNameTheSystemReason) {

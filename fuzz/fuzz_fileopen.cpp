@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -29,9 +30,10 @@ long descriptorCount() {
 
 const std::string& workDirectory() {
   static const std::string path = [] {
-    char pattern[] = "/tmp/kx-fuzz-fileopen-XXXXXX";
+    static char pattern[] = "/tmp/kx-fuzz-fileopen-XXXXXX";
     const char* made = mkdtemp(pattern);
     if (made == nullptr) abort();
+    std::atexit([] { std::filesystem::remove_all(pattern); });  // replays leave nothing behind
     return std::string(made);
   }();
   return path;

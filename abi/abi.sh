@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Shared by abi/check.sh, abi/update.sh and tests/abi_check_detects_breaks.sh: where a build's
+# Shared by abi/check.sh, abi/update.sh and abi/check_detects_breaks.sh: where a build's
 # libraries and public headers are, and how their binary interface is written down. Sourced.
 
 kx_abi_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)

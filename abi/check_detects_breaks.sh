@@ -4,7 +4,7 @@
 # trade places, and expects the check to refuse it and to name both changes. Only that one
 # library is compiled (without optimisation, in a temporary directory); it links against the
 # given build's libKXUtils64.
-#   tests/abi_check_detects_breaks.sh BUILD_DIR
+#   abi/check_detects_breaks.sh BUILD_DIR
 set -euo pipefail
 cd "$(dirname "$0")/.."
 # shellcheck source=abi/abi.sh

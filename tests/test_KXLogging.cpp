@@ -1,11 +1,9 @@
 #include "KXLogging.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <climits>
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,8 +16,6 @@ namespace {
 using kxtest::LogCapture;
 
 TEST(KXLogging, ALinePassesWhenDebugIsOnOrItsLevelIsAtMostTheVerbosity) {
-  EXPECT_FALSE(KXLogging::isDebugLogging());
-  EXPECT_EQ(0, KXLogging::getVerbosity());
   const struct {
     bool debug;
     verbosity_level_t verbosity;
@@ -27,16 +23,13 @@ TEST(KXLogging, ALinePassesWhenDebugIsOnOrItsLevelIsAtMostTheVerbosity) {
   } cases[] = {{false, 0, {}}, {false, 2, {0, 1, 2}}, {true, 0, {0, 1, 2, 3}}};
   for (const auto& c : cases) {
     LogCapture capture(c.debug, c.verbosity);
-    EXPECT_EQ(c.debug, KXLogging::isDebugLogging());
-    EXPECT_EQ(c.verbosity, KXLogging::getVerbosity());
-    KXLogging::Log(0, 1024, "level %d", 0);
-    KXLogging::Log(1, 1024, "level %d", 1);
-    KXLogging::Log(2, 1024, "level %d", 2);
-    KXLogging::Debug(1024, "level %d", 3);
+    for (verbosity_level_t level = 0; level < 3; ++level) {
+      KXLogging::Log(level, 1024, "level");
+    }
+    KXLogging::Debug(1024, "level");
     std::vector<verbosity_level_t> levels;
     for (const kxtest::LogLine& line : capture.lines()) {
       levels.push_back(line.level);
-      EXPECT_EQ("level " + std::to_string(line.level), line.text);
     }
     EXPECT_EQ(c.passing, levels) << c.debug << " " << c.verbosity;
   }
@@ -44,32 +37,25 @@ TEST(KXLogging, ALinePassesWhenDebugIsOnOrItsLevelIsAtMostTheVerbosity) {
 
 TEST(KXLogging, SinkReceivesComponentAndFormattedTextVerbatimUntruncatedWithoutNewline) {
   LogCapture capture(true);
-  KXLogging::Log(2, 77, "x=%d %s", 5, "y");
-  KXLogging::Log(1, 1024, "%s", "100% done %s %n %%");
   const std::string longText(200000, 'z');
-  KXLogging::Debug(1024, "[%s]", longText.c_str());
-  ASSERT_EQ(3u, capture.lines().size());
+  KXLogging::Log(2, 77, "x=%d %s [%s]", 5, "100% %n", longText.c_str());
+  ASSERT_EQ(1u, capture.lines().size());
   EXPECT_EQ(77, capture.lines()[0].component);
-  EXPECT_EQ("x=5 y", capture.lines()[0].text);
-  EXPECT_EQ("100% done %s %n %%", capture.lines()[1].text);
-  EXPECT_EQ("[" + longText + "]", capture.lines()[2].text);
+  EXPECT_EQ("x=5 100% %n [" + longText + "]", capture.lines()[0].text);
 }
 
 TEST(KXLogging, NullSinkRestoresStandardErrorWithANewline) {
   kxtest::TempDir dir;
   const std::string errorFile = dir.file("stderr.txt");
-  LogCapture capture(false, 1);
-  KXLogging::setSink(nullptr, nullptr);
-  fflush(stderr);
-  const int saved = dup(STDERR_FILENO);
-  FILE* file = fopen(errorFile.c_str(), "wb");
-  dup2(fileno(file), STDERR_FILENO);
-  fclose(file);
-  KXLogging::Log(1, 1024, "to %s", "stderr");
-  fflush(stderr);
-  dup2(saved, STDERR_FILENO);
-  close(saved);
-  EXPECT_TRUE(capture.lines().empty());
+  EXPECT_EQ(0, kxtest::inChild([&] {
+              LogCapture capture(false, 1);
+              KXLogging::setSink(nullptr, nullptr);
+              if (freopen(errorFile.c_str(), "w", stderr) == nullptr) {
+                return 1;
+              }
+              KXLogging::Log(1, 1024, "to %s", "stderr");
+              return capture.lines().empty() && fflush(stderr) == 0 ? 0 : 2;
+            }));
   EXPECT_EQ("to stderr\n", kxtest::fileContents(errorFile));
 }
 
@@ -78,40 +64,29 @@ using Conversion = KXStringConversion;
 // Eight more calls of every kind on this thread, and any number on another, leave a text alone.
 TEST(KXStringConversion, TextsStayValidAcrossEightFurtherCallsAndOtherThreads) {
   const char* number = Conversion::toString(12345L);
-  const char* text = Conversion::toString("kept");
+  char source[] = "kept";
+  const char* text = Conversion::toString(source);
+  source[0] = '#';  // the text is a copy
   for (int call = 0; call < 2; ++call) {
     Conversion::toString(static_cast<long>(call));
     Conversion::toString(static_cast<unsigned char>(call));
     Conversion::toString("other");
     Conversion::removePercent("1%2");
   }
-  std::thread other([] {
+  std::thread([] {
     for (long call = 0; call < 100; ++call) {
       Conversion::toString(call);
     }
-  });
-  other.join();
+  }).join();
   EXPECT_STREQ("12345", number);
   EXPECT_STREQ("kept", text);
 }
 
 TEST(KXStringConversion, ConvertsNumbersToDecimalAndCopiesTextsWithNullAsNULL) {
-  EXPECT_STREQ("-10006", Conversion::toString(-10006L));
   EXPECT_EQ(std::to_string(LONG_MIN), Conversion::toString(LONG_MIN));
-  EXPECT_EQ(std::to_string(LONG_MAX), Conversion::toString(LONG_MAX));
-  for (int byte : {0, 1, 255}) {
-    EXPECT_EQ(std::to_string(byte), Conversion::toString(static_cast<unsigned char>(byte)));
-  }
-  char source[] = "path";
-  const char* copy = Conversion::toString(source);
-  std::strcpy(source, "gone");
-  EXPECT_STREQ("path", copy);
+  EXPECT_STREQ("255", Conversion::toString(static_cast<unsigned char>(255)));
   EXPECT_STREQ("NULL", Conversion::toString(static_cast<const char*>(nullptr)));
-}
-
-TEST(KXStringConversion, RemovePercentDropsEveryPercentSign) {
   EXPECT_STREQ("100 sn", Conversion::removePercent("100% %s%n"));
-  EXPECT_STREQ("", Conversion::removePercent("%%%"));
   EXPECT_STREQ("NULL", Conversion::removePercent(nullptr));
 }
 

@@ -16,41 +16,24 @@ namespace {
 
 using namespace kxtest;
 
-struct stat statusOf(const KXTempFile& file) {
-  struct stat status {};
-  EXPECT_EQ(0, fstat(fileno(file.getFile()), &status));
-  return status;
-}
-
-// Where the descriptor's file lived, as the kernel names it ("/dir/#123 (deleted)").
-std::string linkTextOf(const KXTempFile& file) {
-  const std::string link = "/proc/self/fd/" + std::to_string(fileno(file.getFile()));
-  char target[4096];
-  const ssize_t length = readlink(link.c_str(), target, sizeof target);
-  return length > 0 ? std::string(target, static_cast<size_t>(length)) : std::string();
-}
-
 TEST(KXTempFile, IsAnEmptyUnlinkedOwnerOnlyFileWhateverTheUmaskAndClosedWithItsOwner) {
   const long descriptors = openDescriptorCount();
-  const std::string bytes = randomBytes(100000, 7);
   for (mode_t mask : {0277, 0}) {
     const mode_t previous = umask(mask);
-    {
-      const KXTempFile file;
-      umask(previous);
-      ASSERT_NE(nullptr, file.getFile());
-      const struct stat status = statusOf(file);
-      EXPECT_TRUE(S_ISREG(status.st_mode));
-      EXPECT_EQ(0u, status.st_nlink);
-      EXPECT_EQ(0600u, status.st_mode & 07777);
-      EXPECT_EQ(0, status.st_size);
-      EXPECT_TRUE(fcntl(fileno(file.getFile()), F_GETFD) & FD_CLOEXEC);
-      ASSERT_EQ(bytes.size(), fwrite(bytes.data(), 1, bytes.size(), file.getFile()));
-      rewind(file.getFile());
-      std::string back(bytes.size(), '\0');
-      ASSERT_EQ(back.size(), fread(&back[0], 1, back.size(), file.getFile()));
-      EXPECT_EQ(bytes, back);
-    }
+    const KXTempFile file;
+    umask(previous);
+    const int fd = fileno(file.getFile());
+    struct stat status {};
+    ASSERT_EQ(0, fstat(fd, &status));
+    EXPECT_TRUE(S_ISREG(status.st_mode));
+    EXPECT_EQ(0u, status.st_nlink);
+    EXPECT_EQ(0600u, status.st_mode & 07777);
+    EXPECT_EQ(0, status.st_size);
+    EXPECT_TRUE(fcntl(fd, F_GETFD) & FD_CLOEXEC);
+    // Open for update: what is written reads back.
+    EXPECT_GE(fputs("abc", file.getFile()), 0);
+    rewind(file.getFile());
+    EXPECT_EQ('a', fgetc(file.getFile()));
   }
   EXPECT_EQ(descriptors, openDescriptorCount());
 }
@@ -58,41 +41,44 @@ TEST(KXTempFile, IsAnEmptyUnlinkedOwnerOnlyFileWhateverTheUmaskAndClosedWithItsO
 // A usable $TMPDIR holds the file (and nothing remains there); any other falls back to /tmp.
 TEST(KXTempFile, LivesInAUsableTmpdirElseInTmp) {
   TempDir dir;
-  const std::string plainFile = dir.writeFile("plain", "x");
   const std::string usable = dir.file("usable");
   ASSERT_EQ(0, mkdir(usable.c_str(), 0700));
-  for (const std::string& value : {usable, std::string(), dir.file("missing"), plainFile}) {
+  for (const std::string& value :
+       {usable, std::string(), dir.file("missing"), dir.writeFile("plain", "x")}) {
     EnvScope scope("TMPDIR", value.c_str());
     const KXTempFile file;
-    const std::string expected = value == usable ? usable + "/" : "/tmp/";
-    EXPECT_EQ(0u, linkTextOf(file).rfind(expected, 0)) << value << ": " << linkTextOf(file);
+    const std::string link = "/proc/self/fd/" + std::to_string(fileno(file.getFile()));
+    char target[4096] = {};
+    ASSERT_GT(readlink(link.c_str(), target, sizeof target - 1), 0);
+    EXPECT_EQ(0u, std::string(target).rfind(value == usable ? usable + "/" : "/tmp/", 0))
+        << value << ": " << target;
   }
   EXPECT_EQ(0, rmdir(usable.c_str())) << "the directory must be left empty";
 }
 
+// In a child, whose descriptor limit can stay lowered.
 TEST(KXTempFile, ThrowsTheErrnoWhenNoDescriptorIsLeft) {
-  rlimit saved{};
-  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &saved));
-  const long before = openDescriptorCount();
-  rlimit tight = saved;
-  tight.rlim_cur = static_cast<rlim_t>(before) + 8;
-  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &tight));
-  std::vector<int> fillers;
-  for (int fd = dup(STDIN_FILENO); fd >= 0; fd = dup(STDIN_FILENO)) {
-    fillers.push_back(fd);
-  }
-  int thrown = 0;
-  try {
-    const KXTempFile file;
-  } catch (int error) {
-    thrown = error;
-  }
-  for (int fd : fillers) {
-    close(fd);
-  }
-  setrlimit(RLIMIT_NOFILE, &saved);
-  EXPECT_EQ(EMFILE, thrown);
-  EXPECT_EQ(before, openDescriptorCount());
+  EXPECT_EQ(0, inChild([] {
+              const long before = openDescriptorCount();
+              const rlimit tight{static_cast<rlim_t>(before) + 8, static_cast<rlim_t>(before) + 8};
+              if (setrlimit(RLIMIT_NOFILE, &tight) != 0) {
+                return 3;
+              }
+              std::vector<int> fillers;
+              for (int fd = dup(STDIN_FILENO); fd >= 0; fd = dup(STDIN_FILENO)) {
+                fillers.push_back(fd);
+              }
+              int thrown = 0;
+              try {
+                const KXTempFile file;
+              } catch (int error) {
+                thrown = error;
+              }
+              for (int fd : fillers) {
+                close(fd);
+              }
+              return thrown != EMFILE ? 1 : openDescriptorCount() != before ? 2 : 0;
+            }));
 }
 
 }  // namespace

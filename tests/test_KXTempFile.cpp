@@ -2,13 +2,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <string>
-#include <vector>
 
 #include "KXTestSupport.h"
 
@@ -54,31 +51,6 @@ TEST(KXTempFile, LivesInAUsableTmpdirElseInTmp) {
         << value << ": " << target;
   }
   EXPECT_EQ(0, rmdir(usable.c_str())) << "the directory must be left empty";
-}
-
-// In a child, whose descriptor limit can stay lowered.
-TEST(KXTempFile, ThrowsTheErrnoWhenNoDescriptorIsLeft) {
-  EXPECT_EQ(0, inChild([] {
-              const long before = openDescriptorCount();
-              const rlimit tight{static_cast<rlim_t>(before) + 8, static_cast<rlim_t>(before) + 8};
-              if (setrlimit(RLIMIT_NOFILE, &tight) != 0) {
-                return 3;
-              }
-              std::vector<int> fillers;
-              for (int fd = dup(STDIN_FILENO); fd >= 0; fd = dup(STDIN_FILENO)) {
-                fillers.push_back(fd);
-              }
-              int thrown = 0;
-              try {
-                const KXTempFile file;
-              } catch (int error) {
-                thrown = error;
-              }
-              for (int fd : fillers) {
-                close(fd);
-              }
-              return thrown != EMFILE ? 1 : openDescriptorCount() != before ? 2 : 0;
-            }));
 }
 
 }  // namespace

@@ -3,10 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstdint>
-#include <string>
 
-#include "KXException.h"
 #include "KXObjectGuid.h"
 #include "KXTestSupport.h"
 
@@ -20,18 +17,6 @@ MemPtr openStream(std::string& region, KXMemStream::EIoFlag flag = KXMemStream::
                   KXBool strict = 1) {
   StrictModeScope scope(strict);
   return opened<KXMemStream>(&region[0], region.size(), flag);
-}
-
-// The zero-copy promise, which the protocol fuzzer's model does not see.
-TEST(KXMemStreamInput, HandsOutWhatIsLeftInPlaceAndEndsWithTheLastByte) {
-  std::string region("0123456789");
-  MemPtr stream = openStream(region);
-  readString(*stream, 4);
-  stream->GetInfo()->mTransferLen = INT64_MAX;
-  stream->prepareBuffer();
-  EXPECT_EQ(&region[4], stream->GetInfo()->mBuffer);
-  EXPECT_EQ(1, stream->GetInfo()->mAtEOF);
-  stream->complete();
 }
 
 // Strict mode refuses a write longer than the region; a lenient stream stores what fits and warns.
@@ -51,18 +36,6 @@ TEST(KXMemStreamOutput, WriteLongerThanTheRegionIsAMismatch) {
   }
 }
 
-// The write leaves the caller's buffer in the record, where a careless read would copy from.
-TEST(KXMemStreamDirection, TransfersAgainstTheDirectionFailAndMoveNothing) {
-  std::string output(10, '.');
-  MemPtr writer = openStream(output, KXMemStream::eOut);
-  std::string written("secret");
-  writer->write(&written[0], 6);
-  char sink[8] = {'-', '-', '-', '-', '-', '-', '-', '-'};
-  EXPECT_EQ(KX_WRONG_STREAM_ERR,
-            thrownBy<KXStreamException>([&] { writer->read(sink, 8); }).GetCode());
-  EXPECT_EQ(std::string(8, '-'), std::string(sink, 8));
-}
-
 // Run under LeakSanitizer or valgrind: the snapshot must go with the object.
 TEST(KXMemStreamClose, AStreamWhoseCloseIsRefusedCanStillBeDeleted) {
   StrictModeScope strict(1);
@@ -76,16 +49,18 @@ TEST(KXMemStreamClose, AStreamWhoseCloseIsRefusedCanStillBeDeleted) {
 }
 
 TEST(KXMemStreamInit, RefusesBadArgumentsAndStaysUninitialised) {
+  const char* const unnamed = "KXParameterException (code 0) []";
   const struct {
     bool nullRegion;
     unsigned long length;
     int flag;
-    const char* message;
-  } refusals[] = {
-      {true, 10, KXMemStream::eIn, ""},
-      {true, 0, KXMemStream::eOut, ""},
-      {false, 1UL << 63, KXMemStream::eIn, ""},
-      {false, 4, -1, "Invalid memory stream direction -1: expected eIn (0) or eOut (1)"}};
+    const char* outcome;
+  } refusals[] = {{true, 10, KXMemStream::eIn, unnamed},
+                  {true, 0, KXMemStream::eOut, unnamed},
+                  {false, 1UL << 63, KXMemStream::eIn, unnamed},
+                  {false, 4, -1,
+                   "KXParameterException (code 0): Invalid memory stream direction -1: expected "
+                   "eIn (0) or eOut (1) []"}};
   char region[4] = {};
   for (const auto& refusal : refusals) {
     SCOPED_TRACE(&refusal - refusals);
@@ -94,10 +69,8 @@ TEST(KXMemStreamInit, RefusesBadArgumentsAndStaysUninitialised) {
                                                   static_cast<KXMemStream::EIoFlag>(refusal.flag)));
     LogCapture log(false, 1);
     errno = 0;
-    const auto refused = thrownBy<KXParameterException>([&] { stream->init(); });
+    EXPECT_EQ(refusal.outcome, outcome([&] { stream->init(); }));
     EXPECT_EQ(KX_PARAM_ERR, errno);
-    EXPECT_EQ(0, refused.GetCode());
-    EXPECT_STREQ(refusal.message, refused.GetMessage());
     EXPECT_EQ(1, log.count(1, "natives/streams/KXMemStream"));
     EXPECT_THROW(stream->prepareBuffer(), KXSDKInternalException);
   }

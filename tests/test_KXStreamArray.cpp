@@ -3,10 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <functional>
 #include <initializer_list>
-#include <string>
-#include <vector>
 
 #include "KXCustomStream.h"
 #include "KXProbeStream.h"
@@ -86,14 +83,12 @@ TEST(KXStreamArray, AMemberThatCannotMarkFailsOnlyAResetThatNeedsIt) {
 TEST(KXStreamArray, RefusesANegativeCountOrANullMember) {
   Members members({"abc"});
   KXBasicGenericStream* const valid = members.list[0];
-  KXBasicGenericStream* const none = nullptr;
-  KXBasicGenericStream* withNull[] = {valid, none};
+  KXBasicGenericStream* withNull[] = {valid, nullptr};
   const std::function<void()> constructions[] = {
       [&] { KXStreamArray array(-1, withNull); }, [&] { KXStreamArray array(2, withNull); },
-      [&] { KXStreamArray array(valid, none); }, [&] { KXStreamArray array(2, none, valid); },
-      [&] { KXStreams::createStreamArray(none, valid); }};
+      [&] { KXStreamArray array(valid, nullptr); }, [&] { KXStreamArray array(2, nullptr, valid); },
+      [&] { KXStreams::createStreamArray(nullptr, valid); }};
   for (const auto& construct : constructions) {
-    SCOPED_TRACE(&construct - constructions);
     thrownBy<KXParameterException>(construct);
   }
 }

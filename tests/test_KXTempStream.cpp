@@ -5,8 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <string>
-#include <vector>
 
 #include "KXProbeStream.h"
 

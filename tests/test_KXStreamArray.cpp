@@ -31,8 +31,14 @@ struct Members {
   Streams list;
 };
 
-StreamPtr<KXStreamArray> openArray(Streams streams) {
-  return opened<KXStreamArray>(static_cast<int>(streams.size()), streams.data());
+// Shows which member a mark belongs to, which reading cannot.
+struct ArrayProbe : KXStreamArray {
+  using KXStreamArray::KXStreamArray;
+  int markedStream() const { return mMarkedStream; }
+};
+
+StreamPtr<ArrayProbe> openArray(Streams streams) {
+  return opened<ArrayProbe>(static_cast<int>(streams.size()), streams.data());
 }
 
 // The caller's list is released before the first read.
@@ -64,13 +70,24 @@ TEST(KXStreamArray, EndsAtOnceWithoutMembersOrAtAFirstMemberAtItsEndAndLeavesMem
   EXPECT_EQ("efg", readString(*members.list[1], 10));
 }
 
+// A mark set after the end belongs to the last member.
+TEST(KXStreamArray, ResetMarkReturnsEveryMemberToItsMark) {
+  Members members({"abc", "defg", "hij"});
+  StreamPtr<ArrayProbe> array = openArray(members.list);
+  for (const auto& [read, marked] : {std::pair<int, int>{5, 1}, {100, 2}}) {
+    readString(*array, read);
+    array->SetMark();
+    EXPECT_EQ(marked, array->markedStream());
+  }
+}
+
 // Returning to the mark without having moved needs nothing of the member that cannot mark.
 TEST(KXStreamArray, AMemberThatCannotMarkFailsOnlyAResetThatNeedsIt) {
   StringSource oneWay{"defg"};
   Members members({"abc"});
   members.add(new KXCustomStream(stringSourcePrepare, nullptr, nullptr, nullptr, nullptr, &oneWay));
   members.list.back()->init();
-  StreamPtr<KXStreamArray> array = openArray(members.list);
+  StreamPtr<ArrayProbe> array = openArray(members.list);
   EXPECT_EQ("abcd", readString(*array, 4));
   array->SetMark();
   array->resetMark();

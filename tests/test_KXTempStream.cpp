@@ -48,6 +48,20 @@ TEST(KXTempStream, KeepsContentInMemoryThenInAFileAndReadsItBackEndingWithTheLas
   }
 }
 
+// A completed read past the end raises the length (the engine's rule): bytes then due from a
+// file part that was never made fail the read with status 5.
+TEST(KXTempStream, BytesDueFromATemporaryFileNeverMadeFailTheReadWithStatus5) {
+  TempPtr stream = openTemp(16);
+  writeAll(*stream, "0123456789");
+  stream->SetMark(40);
+  stream->SetReadable();
+  stream->prepareBuffer();
+  stream->complete();
+  stream->reset();
+  EXPECT_EQ("KXStreamException (code 5, Input/output error) [KXBasicGenericStream.prepareBuffer]",
+            outcome([&] { readString(*stream, 40); }));
+}
+
 TEST(KXTempStream, RefusesANegativeMemorySizeAtInit) {
   auto* stream = new KXTempStream(-1);
   const auto refused = thrownBy<KXParameterException>([&] { stream->init(); });
@@ -80,6 +94,21 @@ int spillWithoutDescriptors(const std::string& content) {
 TEST(KXTempStream, ReportsAFailedTemporaryFileAndKeepsTheMemoryPartReadable) {
   const std::string content = randomBytes(150, 5);
   EXPECT_EXIT(_exit(spillWithoutDescriptors(content)), testing::ExitedWithCode(0), "");
+}
+
+// A kind keeps no private state: a class derived from it (a probe, a client's own kind) reaches
+// all of it, here the direction the temporary file was last used in.
+struct TempProbe : KXTempStream {
+  using KXTempStream::KXTempStream;
+  bool fileIsWriting() const { return mFileDirection == FileDirection::kWriting; }
+};
+
+TEST(KXTempStream, ADerivedKindSeesTheFileTurnedToWritingUntilAReset) {
+  auto stream = opened<TempProbe>(16);
+  writeAll(*stream, randomBytes(100, 3));
+  EXPECT_TRUE(stream->fileIsWriting());
+  stream->reset();
+  EXPECT_FALSE(stream->fileIsWriting());
 }
 
 }  // namespace

@@ -1,0 +1,315 @@
+// The utilities layer: exceptions, logging and text conversion, MD5, the scratch allocator,
+// identifiers and temporary files.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "KXException.h"
+#include "KXLogging.h"
+#include "KXMD5.h"
+#include "KXObjectGuid.h"
+#include "KXStringConversion.h"
+#include "KXTempFile.h"
+#include "KXTestSupport.h"
+#include "StMalloc.h"
+
+namespace {
+
+const char* const kWhat = "KXStreamException (code -10006): File path validation error. Perm=rb";
+
+KXStreamException makeEnrichedException() {
+  KXStreamException exception(-10006);
+  exception.SetMessage("File path validation error. Perm=%s", "rb");
+  exception.addTrace("KXFileStream.ValidatePath(%s)", "/no/such");
+  exception.addTrace("KXBasicGenericStream.read");
+  return exception;
+}
+
+void expectEnrichedState(const KXException& exception) {
+  EXPECT_EQ(-10006, exception.GetCode());
+  EXPECT_STREQ("File path validation error. Perm=rb", exception.GetMessage());
+  EXPECT_EQ("KXFileStream.ValidatePath(/no/such) | KXBasicGenericStream.read",
+            kxtest::traces(exception));
+  EXPECT_STREQ("", exception.GetTrace(2));
+  EXPECT_STREQ("", exception.GetTrace(-1));
+}
+
+// A copy or an assignment through a base class keeps all three parts, and what() describes the
+// new state even when the target had already composed its own.
+TEST(KXException, CopiesAndAssignmentsThroughAnyBaseKeepCodeMessageTracesAndWhat) {
+  const KXStreamException original = makeEnrichedException();
+  EXPECT_STREQ(kWhat, original.what());
+  const KXApplicationException copy(original);  // NOLINT(cppcoreguidelines-slicing): on purpose
+  expectEnrichedState(copy);
+  EXPECT_STREQ("KXApplicationException (code -10006): File path validation error. Perm=rb",
+               copy.what());
+  KXStreamException assigned(5);
+  EXPECT_STREQ("KXStreamException (code 5, Input/output error)", assigned.what());
+  static_cast<KXException&>(assigned) = original;  // NOLINT(cppcoreguidelines-slicing)
+  expectEnrichedState(assigned);
+  EXPECT_STREQ(kWhat, assigned.what());
+  assigned = assigned;  // NOLINT(clang-diagnostic-self-assign-overloaded): must change nothing
+  EXPECT_STREQ(kWhat, assigned.what());
+}
+
+// A positive code is the system's error number: its reason is spelled out.
+TEST(KXException, WhatIsOneLineOfClassCodeReasonAndTheCurrentMessage) {
+  KXFileSystemException exception(ENOENT);
+  EXPECT_STREQ("KXFileSystemException (code 2, No such file or directory)", exception.what());
+  exception.SetMessage("replaced %d", 1);
+  EXPECT_STREQ("KXFileSystemException (code 2, No such file or directory): replaced 1",
+               exception.what());
+  const std::string longText(100000, 'm');
+  exception.SetMessage("%s!", longText.c_str());
+  exception.addTrace("%s", longText.c_str());
+  EXPECT_EQ(longText + "!", exception.GetMessage());
+  EXPECT_EQ(longText, exception.GetTrace(0));
+}
+
+TEST(KXException, InternalThrowCarriesTheConditionAsMessageAndCodeZeroAndLogsIt) {
+  kxtest::LogCapture capture(false, 1);
+  const auto caught = kxtest::thrownBy<KXSDKInternalException>([] {
+    KXSDKInternalException::Throw("natives/streams/KXFileStream", 42, "vFileInfo != NULL");
+  });
+  EXPECT_EQ(0, caught.GetCode());
+  EXPECT_STREQ("vFileInfo != NULL", caught.GetMessage());
+  EXPECT_EQ(1, capture.count(1, "vFileInfo != NULL; at natives/streams/KXFileStream:42"));
+}
+
+// Percent signs of the message and traces are kept as they are.
+TEST(KXException, LogWritesOneErrorLineNamingEverythingOnlyWhenLoggingIsOn) {
+  {
+    kxtest::LogCapture silent(false, 0);
+    makeEnrichedException().log("natives/streams/KXFileStream", 123);
+    EXPECT_TRUE(silent.lines().empty());
+  }
+  kxtest::LogCapture capture(false, 1);
+  KXStreamException exception = makeEnrichedException();
+  exception.SetMessage("%s", "100%s%n");
+  exception.log("natives/streams/KXFileStream", 123);
+  ASSERT_EQ(1u, capture.lines().size());
+  EXPECT_EQ(1, capture.lines()[0].level);
+  EXPECT_EQ(1024, capture.lines()[0].component);
+  EXPECT_EQ(
+      "KXStreamException (code -10006): 100%s%n; traces: KXFileStream.ValidatePath(/no/such) | "
+      "KXBasicGenericStream.read; at natives/streams/KXFileStream:123",
+      capture.lines()[0].text);
+}
+
+using kxtest::LogCapture;
+
+TEST(KXLogging, ALinePassesWhenDebugIsOnOrItsLevelIsAtMostTheVerbosity) {
+  const struct {
+    bool debug;
+    verbosity_level_t verbosity;
+    std::vector<verbosity_level_t> passing;
+  } cases[] = {{false, 0, {}}, {false, 2, {0, 1, 2}}, {true, 0, {0, 1, 2, 3}}};
+  for (const auto& c : cases) {
+    LogCapture capture(c.debug, c.verbosity);
+    for (verbosity_level_t level = 0; level < 3; ++level) {
+      KXLogging::Log(level, 1024, "level");
+    }
+    KXLogging::Debug(1024, "level");
+    std::vector<verbosity_level_t> levels;
+    for (const kxtest::LogLine& line : capture.lines()) {
+      levels.push_back(line.level);
+    }
+    EXPECT_EQ(c.passing, levels) << c.debug << " " << c.verbosity;
+  }
+}
+
+TEST(KXLogging, SinkReceivesComponentAndFormattedTextVerbatimUntruncatedWithoutNewline) {
+  LogCapture capture(true);
+  const std::string longText(200000, 'z');
+  KXLogging::Log(2, 77, "x=%d %s [%s]", 5, "100% %n", longText.c_str());
+  ASSERT_EQ(1u, capture.lines().size());
+  EXPECT_EQ(77, capture.lines()[0].component);
+  EXPECT_EQ("x=5 100% %n [" + longText + "]", capture.lines()[0].text);
+}
+
+TEST(KXLogging, NullSinkRestoresStandardErrorWithANewline) {
+  kxtest::TempDir dir;
+  const std::string errorFile = dir.file("stderr.txt");
+  EXPECT_EQ(0, kxtest::inChild([&] {
+              LogCapture capture(false, 1);
+              KXLogging::setSink(nullptr, nullptr);
+              if (freopen(errorFile.c_str(), "w", stderr) == nullptr) {
+                return 1;
+              }
+              KXLogging::Log(1, 1024, "to %s", "stderr");
+              return capture.lines().empty() && fflush(stderr) == 0 ? 0 : 2;
+            }));
+  EXPECT_EQ("to stderr\n", kxtest::fileContents(errorFile));
+}
+
+using Conversion = KXStringConversion;
+
+// Eight more calls of every kind on this thread, and any number on another, leave a text alone.
+TEST(KXStringConversion, TextsStayValidAcrossEightFurtherCallsAndOtherThreads) {
+  const char* number = Conversion::toString(12345L);
+  char source[] = "kept";
+  const char* text = Conversion::toString(source);
+  source[0] = '#';  // the text is a copy
+  for (int call = 0; call < 2; ++call) {
+    Conversion::toString(static_cast<long>(call));
+    Conversion::toString(static_cast<unsigned char>(call));
+    Conversion::toString("other");
+    Conversion::removePercent("1%2");
+  }
+  std::thread([] {
+    for (long call = 0; call < 100; ++call) {
+      Conversion::toString(call);
+    }
+  }).join();
+  EXPECT_STREQ("12345", number);
+  EXPECT_STREQ("kept", text);
+}
+
+TEST(KXStringConversion, ConvertsNumbersToDecimalAndCopiesTextsWithNullAsNULL) {
+  EXPECT_EQ(std::to_string(LONG_MIN), Conversion::toString(LONG_MIN));
+  EXPECT_STREQ("255", Conversion::toString(static_cast<unsigned char>(255)));
+  EXPECT_STREQ("NULL", Conversion::toString(static_cast<const char*>(nullptr)));
+  EXPECT_STREQ("100 sn", Conversion::removePercent("100% %s%n"));
+  EXPECT_STREQ("NULL", Conversion::removePercent(nullptr));
+}
+
+// The 'format' digest of bytes through the router, fed in pieces of 1, 7, 63, ... (cycled).
+std::string digestOf(std::string bytes, char format) {
+  void* context = KXMD5_Router::createContext();
+  const size_t pieces[] = {1, 7, 63, 4093, 65537, 0, 333333};
+  for (size_t offset = 0, index = 0; offset < bytes.size(); ++index) {
+    const size_t length = std::min(pieces[index % 7], bytes.size() - offset);
+    EXPECT_EQ(0, KXMD5_Router::update(context, &bytes[offset], length, 0));
+    offset += length;
+  }
+  char text[65];
+  EXPECT_EQ(32, KXMD5_Router::complete(context, format, text, sizeof text, 0));
+  KXMD5_Router::deleteContext(context, 0);
+  return text;
+}
+
+// Lengths on both sides of where the padding needs a second block, and of a whole block; an
+// unknown format gives lower case.
+TEST(KXMD5, EqualsMd5sumInOddPiecesAroundEveryBlockEdgeInTheCaseTheFormatAsks) {
+  for (const size_t size : {0, 55, 56, 63, 64, 65, 3 * 1024 * 1024 + 17}) {
+    const std::string bytes = kxtest::randomBytes(size, static_cast<unsigned>(size));
+    EXPECT_EQ(kxtest::md5sumOf(bytes), digestOf(bytes, '?')) << size;
+  }
+  EXPECT_EQ("900150983CD24FB0D6963F7D28E17F72", digestOf("abc", 'X'));
+}
+
+TEST(KXMD5, WritesAtMostOutSizeCharactersAndANulOnlyWhenThereIsRoom) {
+  const std::string digits = "900150983cd24fb0d6963f7d28e17f72";
+  const struct {
+    long outSize;
+    std::string buffer;
+  } cases[] = {{33, digits + '\0' + std::string(7, '#')},
+               {32, digits + std::string(8, '#')},
+               {10, digits.substr(0, 10) + std::string(30, '#')},
+               {0, std::string(40, '#')}};
+  for (const auto& c : cases) {
+    void* context = KXMD5CreateContext();
+    KXMD5Update(context, &std::string("abc")[0], 3);
+    std::string buffer(40, '#');
+    EXPECT_EQ(std::min(c.outSize, 32L), KXMD5Complete(context, 'x', &buffer[0], c.outSize));
+    EXPECT_EQ(c.buffer, buffer) << c.outSize;
+    KXMD5DeleteContext(context);
+  }
+}
+
+// A completed context starts a fresh digest.
+TEST(KXMD5, NullAndInvalidArgumentsFailAndACompletedContextStartsAfresh) {
+  char data[] = "abc";
+  char text[33];
+  EXPECT_EQ(-1, KXMD5Update(nullptr, data, 3));
+  EXPECT_EQ(-1, KXMD5Complete(nullptr, 'x', text, 33));
+  KXMD5DeleteContext(nullptr);
+  void* context = KXMD5CreateContext();
+  EXPECT_EQ(-1, KXMD5Update(context, nullptr, 1));
+  EXPECT_EQ(0, KXMD5Update(context, nullptr, 0));
+  EXPECT_EQ(-1, KXMD5Complete(context, 'x', nullptr, 33));
+  EXPECT_EQ(-1, KXMD5Complete(context, 'x', text, -1));
+  EXPECT_EQ(32, KXMD5Complete(context, 'x', text, 33));
+  EXPECT_STREQ("d41d8cd98f00b204e9800998ecf8427e", text);
+  KXMD5Update(context, data, 1);
+  EXPECT_EQ(32, KXMD5Complete(context, 'x', text, 33));
+  EXPECT_STREQ("0cc175b9c0f1b6a831c399e269772661", text);
+  KXMD5DeleteContext(context);
+}
+
+// The sanitizer build's leak checker sees a block the guard kept or freed twice.
+TEST(StMalloc, OwnsAWritableBlockUntilReleasedAndRefusesANegativeSizeWithALoggedError) {
+  StMalloc owner(64, 0);
+  std::memset(owner.get(), 0xab, 64);
+  free(owner.release());
+  EXPECT_EQ(nullptr, owner.get());
+  kxtest::LogCapture capture(false, 1);
+  EXPECT_EQ(12, kxtest::thrownBy<KXOutOfMemException>([] { StMalloc block(-1, 0); }).GetCode());
+  EXPECT_EQ(1, capture.count(1, "KXOutOfMemException"));
+}
+
+TEST(KXObjectGuid, KeepsACopyOfTheIdUntilCleared) {
+  KXObjectGuid guid;
+  std::string text = "9001";
+  guid.SetID(text.c_str());
+  text[0] = '#';
+  EXPECT_STREQ("9001", guid.GetID());
+  guid.SetID(nullptr);
+  EXPECT_STREQ("", guid.GetID());
+}
+
+using namespace kxtest;
+
+TEST(KXTempFile, IsAnEmptyUnlinkedOwnerOnlyFileWhateverTheUmaskAndClosedWithItsOwner) {
+  const long descriptors = openDescriptorCount();
+  for (mode_t mask : {0277, 0}) {
+    const mode_t previous = umask(mask);
+    const KXTempFile file;
+    umask(previous);
+    const int fd = fileno(file.getFile());
+    struct stat status {};
+    ASSERT_EQ(0, fstat(fd, &status));
+    EXPECT_TRUE(S_ISREG(status.st_mode));
+    EXPECT_EQ(0u, status.st_nlink);
+    EXPECT_EQ(0600u, status.st_mode & 07777);
+    EXPECT_EQ(0, status.st_size);
+    EXPECT_TRUE(fcntl(fd, F_GETFD) & FD_CLOEXEC);
+    // Open for update: what is written reads back.
+    EXPECT_GE(fputs("abc", file.getFile()), 0);
+    rewind(file.getFile());
+    EXPECT_EQ('a', fgetc(file.getFile()));
+  }
+  EXPECT_EQ(descriptors, openDescriptorCount());
+}
+
+// A usable $TMPDIR holds the file (and nothing remains there); any other falls back to /tmp.
+TEST(KXTempFile, LivesInAUsableTmpdirElseInTmp) {
+  TempDir dir;
+  const std::string usable = dir.file("usable");
+  ASSERT_EQ(0, mkdir(usable.c_str(), 0700));
+  for (const std::string& value :
+       {usable, std::string(), dir.file("missing"), dir.writeFile("plain", "x")}) {
+    EnvScope scope("TMPDIR", value.c_str());
+    const KXTempFile file;
+    const std::string link = "/proc/self/fd/" + std::to_string(fileno(file.getFile()));
+    char target[4096] = {};
+    ASSERT_GT(readlink(link.c_str(), target, sizeof target - 1), 0);
+    EXPECT_EQ(0u, std::string(target).rfind(value == usable ? usable + "/" : "/tmp/", 0))
+        << value << ": " << target;
+  }
+  EXPECT_EQ(0, rmdir(usable.c_str())) << "the directory must be left empty";
+}
+
+}  // namespace

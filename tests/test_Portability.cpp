@@ -63,15 +63,6 @@ TEST(KxOpen, OnlyWriteAndAppendCreateAFileWith0755LessTheUmaskAndDirectoriesNeed
   kx_close(fd);
 }
 
-TEST(KxOpen, SetStartPosSeeksToTheEndForAnAAnywhereAndToTheStartForW) {
-  kxtest::TempDir dir;
-  const int fd = kx_open(dir.writeFile("f", "abc").c_str(), "r");
-  EXPECT_EQ(-1, kx_setStartPos(fd, "x"));
-  EXPECT_EQ(3, kx_setStartPos(fd, "rA"));
-  EXPECT_EQ(0, kx_setStartPos(fd, "W"));
-  kx_close(fd);
-}
-
 TEST(KxHandles, SetFilePointerReportsSuccessNotThePositionAndCopiesMayOverlap) {
   kxtest::TempDir dir;
   FILE* file = kx_CreateFile(dir.writeFile("f", "0123456789").c_str(), "rb");
@@ -82,28 +73,6 @@ TEST(KxHandles, SetFilePointerReportsSuccessNotThePositionAndCopiesMayOverlap) {
   char text[] = "0123456789";
   kx_memcpy(text + 2, text, 6);
   EXPECT_STREQ("0101234589", text);
-}
-
-// Formats the list twice, then into a wide destination too small: "lengths and texts".
-std::string formatTwiceThenTooSmall(const char* format, const wchar_t* wideFormat, ...) {
-  char first[16], second[16];
-  wchar_t wide[2];
-  va_list arguments;
-  va_start(arguments, wideFormat);
-  const int firstLength = kx_vsnprintf(first, sizeof first, format, arguments);
-  const int secondLength = kx_vsnprintf(second, sizeof second, format, arguments);
-  va_end(arguments);
-  va_start(arguments, wideFormat);
-  errno = EINTR;  // whatever errno held before, a text that does not fit gives the call's -1
-  const int wideLength = kx_vswprintf(wide, 2, wideFormat, arguments);
-  va_end(arguments);
-  return std::to_string(firstLength) + " " + first + " " + std::to_string(secondLength) + " " +
-         second + " " + std::to_string(wideLength);
-}
-
-// Which lengths and bytes kx_snprintf gives is for the text fuzzer, against snprintf.
-TEST(KxFormatting, ReportsTheFullLengthTruncatesSafelyAndLeavesTheArgumentListUnused) {
-  EXPECT_EQ("6 key=42 6 key=42 -1", formatTwiceThenTooSmall("%s=%d", L"%s=%d", "key", 42));
 }
 
 // Decimal digits only, whatever the base; a digit not below the base or one more than 64 bits
@@ -144,7 +113,7 @@ TEST(KxWcstoll, ParsesDecimalDigitsInTheBaseAndStopsAtTheFirstOutOfRange) {
   EXPECT_EQ(nullptr, end);
 }
 
-// The wide search is the last occurrence; comparisons give only -1, 0 and 1.
+// Upper case in place, comparisons giving only -1, 0 and 1, the wide search's last occurrence.
 TEST(KxStrings, CaseConversionComparisonAndSearch) {
   EXPECT_EQ(nullptr, kx_strupr(nullptr));
   char mixed[] = "aBc-1z";
@@ -174,26 +143,6 @@ TEST(KxSockets, OptionWrappersSetAndReadBackAnOptionAndReportAFailure) {
   EXPECT_EQ(EBADF, errno);
   EXPECT_EQ(0, kx_closesocket(socket));
   EXPECT_EQ(kx_inet_addr("not an address"), 0xFFFFFFFFu) << "widened without sign";
-}
-
-TEST(KxTime, MktimeReadsTheFieldsAsUtc) {
-  {
-    kxtest::EnvScope fiveWest("TZ", "EST5");
-    tzset();
-    struct tm newYear2000 {};
-    newYear2000.tm_year = 100;
-    newYear2000.tm_mday = 1;
-    EXPECT_EQ(946684800, kx_mktime(&newYear2000));
-  }
-  tzset();
-}
-
-// Probing this very thread would end the process if the probe delivered a signal.
-TEST(KxThreads, KillProbesALiveThreadWithoutEndingIt) {
-  EXPECT_EQ(0, kx_thread_kill(kx_thread_self()));
-  kx_thread_info_t info{pthread_t{}, 0xFFFF};
-  EXPECT_TRUE(pthread_equal(kx_get_thread_info(&info), kx_thread_self()));
-  EXPECT_EQ(0u, info.reserved);
 }
 
 // Recursive from the caller's attribute or from none: its owner locks it twice.
@@ -267,26 +216,6 @@ TEST(Uuid, FieldsCarryVersionVariantMarkedNodeAndCurrentTime) {
     nodes.insert(node);
   }
   EXPECT_GT(nodes.size(), 90u);
-}
-
-// The zero record prints as zeros; a null record gives no text; a free nulls the pointer.
-TEST(Uuid, TextFormIsLowerCaseHexInGroupsOf8_4_4_4_12AndFreedByTheLibrary) {
-  kx_uuid_t uuid{};
-  ASSERT_EQ(native_uuid_create(&uuid), 1);
-  char* text = nullptr;
-  ASSERT_EQ(36, kx_uuid_to_string(&uuid, &text));
-  EXPECT_TRUE(std::regex_match(
-      text, std::regex("[0-9a-f]{8}-[0-9a-f]{4}-1[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}")));
-  EXPECT_EQ(std::stoul(std::string(text, 8), nullptr, 16), uuid.time_low) << "in host order";
-  EXPECT_EQ(0, kx_uuid_string_free(&text));
-  EXPECT_EQ(nullptr, text);
-  const kx_uuid_t zero{};
-  ASSERT_EQ(36, native_uuid_to_string(&zero, &text));
-  EXPECT_STREQ("00000000-0000-0000-0000-000000000000", text);
-  native_uuid_string_free(&text);
-  EXPECT_EQ(native_uuid_to_string(nullptr, &text), 0);
-  EXPECT_EQ(native_uuid_create(nullptr), 0);
-  EXPECT_EQ(errno, EINVAL);
 }
 
 // Eight processes forked from one that already made a UUID, released at the same instant: the

@@ -10,8 +10,6 @@ if grep -q 'fsanitize' "$build/CMakeCache.txt" 2>/dev/null; then
   echo "valgrind.sh: $build is a sanitized build; give a plain one" >&2
   exit 2
 fi
-# Replacing the allocator to count allocations cannot work beside valgrind's own.
-skip="test_TransferAllocations"
 # Valgrind keeps descriptors of its own and refuses a lowered descriptor limit, and the process
 # it runs is named after it: these tests run in the plain and sanitized builds instead.
 export GTEST_FILTER="-KxGetAppName.*:KXTempStream.ReportsAFailedTemporaryFileAndKeepsTheMemoryPartReadable:FaultInjection.TooFewDescriptorsFailTheOpenWithEMFILENamingThePath"
@@ -42,7 +40,7 @@ run_one() {
 export -f run_one
 
 status=0
-find "$build/bin" -maxdepth 1 -name 'test_*' -type f -perm -u+x | sort | grep -v -E "/($skip)\$" |
+find "$build/bin" -maxdepth 1 -name 'test_*' -type f -perm -u+x | sort |
   xargs -P 2 -I{} bash -c 'run_one "$@"' _ {} "$logs" "$root" | tee "$logs/summary"
 if grep -q '^FAILED' "$logs/summary"; then
   status=1

@@ -49,7 +49,6 @@ class KXProbeStream : public KXBasicGenericStream {
   int callsOf(ProbeOp op) const { return mCalls[op]; }
   // Calls of the protocol operations, not counting isWriteAllowed.
   int kindCalls() const { return std::accumulate(mCalls.begin(), mCalls.end() - 1, 0); }
-  int64_t byteCount() const { return mByteCount; }
   bool hasSnapshot() const { return mSavedStreamInfo != nullptr; }
   void setLoggingEnabled(KXBool enabled) { mLoggingEnabled = enabled; }
 

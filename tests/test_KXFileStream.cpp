@@ -137,6 +137,7 @@ TEST(KXFileStreamFailures, CarryTheirClassCodeAndTextAndLeakNothing) {
       {at("f100", nullptr, eOut),
        kParam + " [KXFileStream.ValidatePerm(NULL) | KXFileStream.KXFileStream (f100,NULL,16384)]"},
       {at("f100", "", eIn), kParam + ": no permissions specified"},
+      {at("", "r+", eInOut), kParam + ": File path validation error. Perm=, Mode=2"},
       {at("f100", "w", eIn), kPerm + "w, Mode=0"},
       {at("f100", "rb", eOut), kPerm + "rb, Mode=1"},
       {at("f100", "x", eIn, 16384, 1), kPerm + "x, Mode=2"},

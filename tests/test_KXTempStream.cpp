@@ -39,7 +39,11 @@ TEST(KXTempStream, KeepsContentInMemoryThenInAFileAndReadsItBackEndingWithTheLas
       content += randomBytes(length, static_cast<unsigned>(content.size()));
       writeAll(*stream, content.substr(content.size() - length));
     }
-    stream->init();
+    {
+      const LogCapture log(false, 1);
+      stream->init();
+      EXPECT_EQ(1, log.count(1, "mInited == false"));  // the engine reports the misuse
+    }
     EXPECT_EQ(before + c.files, openDescriptorCount());
     stream->reset();
     EXPECT_EQ(content, readString(*stream, 50000));

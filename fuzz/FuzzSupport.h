@@ -6,6 +6,7 @@
 
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -79,9 +80,9 @@ inline Thrown classify(const KXException& e) {
       "KXMarkRequiredException", "KXStreamValidationException", "KXStreamMismatchException",
       "KXFileSystemException",   "KXWrongStreamException",      "KXOutOfMemException",
       "KXSDKInternalException"};
-  int index = 0;
-  while (index < 10 && std::string(kClassNames[index]) != e.GetClassName()) ++index;
-  return static_cast<Thrown>(index + 1);
+  const auto found =
+      std::find(std::begin(kClassNames), std::end(kClassNames), std::string(e.GetClassName()));
+  return static_cast<Thrown>(found - std::begin(kClassNames) + 1);
 }
 
 // Runs one library operation; a KXException of a documented class is an allowed outcome,

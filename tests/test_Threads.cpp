@@ -1,6 +1,6 @@
 // Distinct streams of every kind driven from eight threads at once, with debug tracing into one
 // log sink, content identifiers and UUIDs all running side by side. Built with ThreadSanitizer
-// (tests/tsan.sh) it checks that the only shared state, the utilities library's, is properly
+// (.ci/tsan.sh) it checks that the only shared state, the utilities library's, is properly
 // guarded.
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs every test executable of a build (not sanitized) under valgrind's memcheck, two at a
 # time, and exits non-zero when any of them reports an error or a leak, or fails.
-#   tests/valgrind.sh [BUILD_DIR]      (default: build)
+#   .ci/valgrind.sh [BUILD_DIR]      (default: build)
 set -uo pipefail
 
 root="$(cd "$(dirname "$0")/.." && pwd)"

@@ -322,6 +322,22 @@ TEST(KXFileStreamRead, ReturnsToAMarkAndRereadsTheSameBytes) {
   EXPECT_EQ(bytes.substr(100), readString(*stream, 40000));
 }
 
+// Someone cuts the file while it is read: the stream ends at the cut without an error, and
+// strict validation reports at close() that fewer bytes came than announced.
+TEST(KXFileStreamRead, AFileCutShortWhileReadEndsTheStreamAtTheCut) {
+  const Files files;
+  const kxtest::StrictModeScope strict(1);
+  StreamPtr stream = open(at("f40000", "rb", eIn));
+  EXPECT_EQ(files.bytes.substr(0, 16384), readString(*stream, 16384));
+  ASSERT_EQ(0, truncate("f40000", 20000));
+  EXPECT_EQ(files.bytes.substr(16384, 20000 - 16384), readString(*stream, 100000));
+  EXPECT_EQ(std::make_tuple(KXBool{1}, std::string()),
+            std::make_tuple(stream->isAtEOF(), readString(*stream, 10)));
+  EXPECT_EQ("KXStreamMismatchException (code 0): CloseProc: mStreamLen []",
+            kxtest::outcome([&] { stream->close(); }));
+  stream->SetWritable();  // nothing left to check: the descriptor went with the first close
+}
+
 TEST(KXFileStreamWrite, TruncationSettingDecidesWhetherFilesAreCut) {
   for (KXBool allow : {1, 0}) {
     KXStreams::setAllowFileTruncation(allow);

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -23,13 +22,6 @@ const KXBool kTruncationAtLoad = KXStreams::allowFileTruncation();
 TEST(StreamSettings, BothAreOnInAFreshProcess) {
   EXPECT_EQ(1, kStrictAtLoad);
   EXPECT_EQ(1, kTruncationAtLoad);
-}
-
-TEST(StreamSelfTest, PrintsItsNameAndReturnsWhatPutsReturned) {
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(puts("KXStreams_Test"), KXStreams_Test());
-  fflush(stdout);
-  EXPECT_EQ("KXStreams_Test\nKXStreams_Test\n", testing::internal::GetCapturedStdout());
 }
 
 // The create operations open and check nothing: each stream waits for its own init().

@@ -1,20 +1,32 @@
 #include "KXTempStream.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <tuple>
 
 #include "KXProbeStream.h"
+#include "KXTempFile.h"
 
 namespace {
 
 using namespace kxtest;
 
-using TempPtr = StreamPtr<KXTempStream>;
+// A kind keeps no private state: a class derived from it (a probe, a client's own kind) reaches
+// all of it, here the temporary file and the direction it was last used in.
+struct TempProbe : KXTempStream {
+  using KXTempStream::KXTempStream;
+  bool fileIsWriting() const { return mFileDirection == FileDirection::kWriting; }
+  FILE* file() const { return mTempStreamInfo.mTempFile->getFile(); }
+};
+using TempPtr = StreamPtr<TempProbe>;
 
-TempPtr openTemp(int memSize) { return opened<KXTempStream>(memSize); }
+TempPtr openTemp(int memSize) { return opened<TempProbe>(memSize); }
 
 void writeAll(KXBasicGenericStream& stream, const std::string& bytes) {
   EXPECT_EQ(static_cast<long>(bytes.size()), writeString(stream, bytes));
@@ -100,19 +112,62 @@ TEST(KXTempStream, ReportsAFailedTemporaryFileAndKeepsTheMemoryPartReadable) {
   EXPECT_EXIT(_exit(spillWithoutDescriptors(content)), testing::ExitedWithCode(0), "");
 }
 
-// A kind keeps no private state: a class derived from it (a probe, a client's own kind) reaches
-// all of it, here the direction the temporary file was last used in.
-struct TempProbe : KXTempStream {
-  using KXTempStream::KXTempStream;
-  bool fileIsWriting() const { return mFileDirection == FileDirection::kWriting; }
-};
-
 TEST(KXTempStream, ADerivedKindSeesTheFileTurnedToWritingUntilAReset) {
-  auto stream = opened<TempProbe>(16);
+  TempPtr stream = openTemp(16);
   writeAll(*stream, randomBytes(100, 3));
   EXPECT_TRUE(stream->fileIsWriting());
   stream->reset();
   EXPECT_FALSE(stream->fileIsWriting());
+}
+
+// The file part is refused by a file size limit (SIGXFSZ ignored, so the write fails with
+// EFBIG instead of killing the process). Every byte accepted before, in memory and in the file,
+// reads back at its own position, and the refused write, retried once the limit is lifted,
+// lands where the stream stands.
+TEST(FaultInjection, ARefusedSpillKeepsEveryAcceptedByteAndARetryLandsAtThePosition) {
+  EXPECT_EQ(0, inChild([] {
+              signal(SIGXFSZ, SIG_IGN);
+              rlimit normal{};
+              getrlimit(RLIMIT_FSIZE, &normal);
+              const rlimit small{10000, normal.rlim_max};
+              TempPtr stream = openTemp(64);
+              const std::string accepted =
+                  randomBytes(6000, 1);  // 64 in memory, the rest in a file
+              const std::string refused = randomBytes(40000, 2);
+              writeAll(*stream, accepted);
+              const auto refusedAtTheEnd = [&] {
+                return setrlimit(RLIMIT_FSIZE, &small) == 0 && thrownBy<KXStreamException>([&] {
+                                                                 writeString(*stream, refused);
+                                                               }).GetCode() == EFBIG &&
+                       stream->GetStreamPos() == 6000 && stream->GetLength() == 6000;
+              };
+              if (!refusedAtTheEnd()) return 2;
+              stream->reset();
+              if (readString(*stream, 100000) != accepted || !refusedAtTheEnd()) return 3;
+              setrlimit(RLIMIT_FSIZE, &normal);
+              writeAll(*stream, refused);
+              stream->reset();
+              return readString(*stream, 100000) == accepted + refused ? 0 : 4;
+            }));
+}
+
+// The temporary file's descriptor is swapped for a write-only one: its reads then fail, and the
+// stream must tell that failure from a short read.
+TEST(FaultInjection, AFailingReadOfTheTemporaryFileReportsAFileSystemError) {
+  TempPtr stream = openTemp(16);
+  const std::string bytes = randomBytes(1000, 4);
+  writeAll(*stream, bytes);
+  const int writeOnly = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+  ASSERT_GE(dup2(writeOnly, fileno(stream->file())), 0);
+  ::close(writeOnly);
+  stream->reset();
+  EXPECT_EQ(bytes.substr(0, 16), readString(*stream, 16));  // the memory part is untouched
+  EXPECT_EQ(
+      "KXStreamException (code -10027): Bad file descriptor (errno 9) "
+      "[KXBasicGenericStream.prepareBuffer]",
+      outcome([&] { readString(*stream, 100); }));
+  EXPECT_EQ(std::make_tuple(int64_t{-1}, int64_t{16}),
+            std::make_tuple(stream->GetInfo()->mTransferLen, stream->GetInfo()->mStreamPos));
 }
 
 }  // namespace

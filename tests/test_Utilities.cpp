@@ -14,6 +14,7 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "KXException.h"
@@ -210,42 +211,27 @@ TEST(KXMD5, EqualsMd5sumInOddPiecesAroundEveryBlockEdgeInTheCaseTheFormatAsks) {
   EXPECT_EQ("900150983CD24FB0D6963F7D28E17F72", digestOf("abc", 'X'));
 }
 
-TEST(KXMD5, WritesAtMostOutSizeCharactersAndANulOnlyWhenThereIsRoom) {
-  const std::string digits = "900150983cd24fb0d6963f7d28e17f72";
-  const struct {
-    long outSize;
-    std::string buffer;
-  } cases[] = {{33, digits + '\0' + std::string(7, '#')},
-               {32, digits + std::string(8, '#')},
-               {10, digits.substr(0, 10) + std::string(30, '#')},
-               {0, std::string(40, '#')}};
-  for (const auto& c : cases) {
-    void* context = KXMD5CreateContext();
-    KXMD5Update(context, &std::string("abc")[0], 3);
-    std::string buffer(40, '#');
-    EXPECT_EQ(std::min(c.outSize, 32L), KXMD5Complete(context, 'x', &buffer[0], c.outSize));
-    EXPECT_EQ(c.buffer, buffer) << c.outSize;
-    KXMD5DeleteContext(context);
-  }
-}
-
-// A completed context starts a fresh digest.
-TEST(KXMD5, NullAndInvalidArgumentsFailAndACompletedContextStartsAfresh) {
-  char data[] = "abc";
-  char text[33];
-  EXPECT_EQ(-1, KXMD5Update(nullptr, data, 3));
-  EXPECT_EQ(-1, KXMD5Complete(nullptr, 'x', text, 33));
+TEST(KXMD5, CompletesIntoAtMostOutSizeCharactersAndRefusesInvalidArguments) {
+  char abc[] = "abc";
+  std::string text(40, '#');
+  EXPECT_EQ(-1, KXMD5Update(nullptr, abc, 3));
+  EXPECT_EQ(-1, KXMD5Complete(nullptr, 'x', &text[0], 33));
   KXMD5DeleteContext(nullptr);
   void* context = KXMD5CreateContext();
   EXPECT_EQ(-1, KXMD5Update(context, nullptr, 1));
   EXPECT_EQ(0, KXMD5Update(context, nullptr, 0));
   EXPECT_EQ(-1, KXMD5Complete(context, 'x', nullptr, 33));
-  EXPECT_EQ(-1, KXMD5Complete(context, 'x', text, -1));
-  EXPECT_EQ(32, KXMD5Complete(context, 'x', text, 33));
-  EXPECT_STREQ("d41d8cd98f00b204e9800998ecf8427e", text);
-  KXMD5Update(context, data, 1);
-  EXPECT_EQ(32, KXMD5Complete(context, 'x', text, 33));
-  EXPECT_STREQ("0cc175b9c0f1b6a831c399e269772661", text);
+  EXPECT_EQ(-1, KXMD5Complete(context, 'x', &text[0], -1));
+  // Each round completes the context and starts a fresh digest in it; a NUL only with room.
+  for (const long outSize : {33L, 32L, 10L, 0L}) {
+    text.assign(40, '#');
+    KXMD5Update(context, abc, 3);
+    EXPECT_EQ(std::min(outSize, 32L), KXMD5Complete(context, 'x', &text[0], outSize));
+    EXPECT_EQ(std::string("900150983cd24fb0d6963f7d28e17f72\0", std::min(outSize, 33L)) +
+                  std::string(static_cast<size_t>(40 - std::min(outSize, 33L)), '#'),
+              text)
+        << outSize;
+  }
   KXMD5DeleteContext(context);
 }
 
@@ -272,43 +258,34 @@ TEST(KXObjectGuid, KeepsACopyOfTheIdUntilCleared) {
 
 using namespace kxtest;
 
-TEST(KXTempFile, IsAnEmptyUnlinkedOwnerOnlyFileWhateverTheUmaskAndClosedWithItsOwner) {
-  const long descriptors = openDescriptorCount();
-  for (mode_t mask : {0277, 0}) {
-    const mode_t previous = umask(mask);
-    const KXTempFile file;
-    umask(previous);
-    const int fd = fileno(file.getFile());
-    struct stat status {};
-    ASSERT_EQ(0, fstat(fd, &status));
-    EXPECT_TRUE(S_ISREG(status.st_mode));
-    EXPECT_EQ(0u, status.st_nlink);
-    EXPECT_EQ(0600u, status.st_mode & 07777);
-    EXPECT_EQ(0, status.st_size);
-    EXPECT_TRUE(fcntl(fd, F_GETFD) & FD_CLOEXEC);
-    // Open for update: what is written reads back.
-    EXPECT_GE(fputs("abc", file.getFile()), 0);
-    rewind(file.getFile());
-    EXPECT_EQ('a', fgetc(file.getFile()));
-  }
-  EXPECT_EQ(descriptors, openDescriptorCount());
-}
-
-// A usable $TMPDIR holds the file (and nothing remains there); any other falls back to /tmp.
-TEST(KXTempFile, LivesInAUsableTmpdirElseInTmp) {
+// Whatever the umask, in a usable $TMPDIR (left empty) or else in /tmp; the descriptor goes with
+// the owner.
+TEST(KXTempFile, IsAnEmptyUnlinkedOwnerOnlyFileInAUsableTmpdirElseInTmp) {
   TempDir dir;
   const std::string usable = dir.file("usable");
   ASSERT_EQ(0, mkdir(usable.c_str(), 0700));
+  const char* const tmpdir = getenv("TMPDIR");
+  const std::string previousTmpdir = tmpdir != nullptr ? tmpdir : "";
+  const long descriptors = openDescriptorCount();
+  const mode_t previousMask = umask(0277);
   for (const std::string& value :
        {usable, std::string(), dir.file("missing"), dir.writeFile("plain", "x")}) {
-    EnvScope scope("TMPDIR", value.c_str());
+    setenv("TMPDIR", value.c_str(), 1);
     const KXTempFile file;
-    const std::string link = "/proc/self/fd/" + std::to_string(fileno(file.getFile()));
+    const int fd = fileno(file.getFile());
+    struct stat status {};
+    ASSERT_EQ(0, fstat(fd, &status));
+    EXPECT_EQ(std::make_tuple(true, nlink_t{0}, 0600u, off_t{0}, FD_CLOEXEC),
+              std::make_tuple(S_ISREG(status.st_mode), status.st_nlink, status.st_mode & 07777,
+                              status.st_size, fcntl(fd, F_GETFD) & FD_CLOEXEC));
     char target[4096] = {};
-    ASSERT_GT(readlink(link.c_str(), target, sizeof target - 1), 0);
+    ASSERT_GT(readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), target, 4095), 0);
     EXPECT_EQ(0u, std::string(target).rfind(value == usable ? usable + "/" : "/tmp/", 0))
         << value << ": " << target;
   }
+  umask(previousMask);
+  tmpdir != nullptr ? setenv("TMPDIR", previousTmpdir.c_str(), 1) : unsetenv("TMPDIR");
+  EXPECT_EQ(descriptors, openDescriptorCount());
   EXPECT_EQ(0, rmdir(usable.c_str())) << "the directory must be left empty";
 }
 

@@ -190,17 +190,6 @@ int waitChild(pid_t child) {
 
 int inChild(const std::function<int()>& body) { return waitChild(startChild(body)); }
 
-EnvScope::EnvScope(const char* name, const char* value) : mName(name) {
-  const char* previous = getenv(name);
-  mHadPrevious = previous != nullptr;
-  mPrevious = mHadPrevious ? previous : "";
-  value != nullptr ? setenv(name, value, 1) : unsetenv(name);
-}
-
-EnvScope::~EnvScope() {
-  mHadPrevious ? setenv(mName.c_str(), mPrevious.c_str(), 1) : unsetenv(mName.c_str());
-}
-
 long openDescriptorCount() {
   DIR* directory = opendir("/proc/self/fd");
   if (directory == nullptr) {

@@ -130,19 +130,6 @@ int waitChild(pid_t child);
 // Reproducible pseudo-random bytes.
 std::string randomBytes(size_t count, unsigned seed);
 
-// Sets (or, with null, removes) an environment variable for the scope and restores it after.
-class EnvScope {
- public:
-  EnvScope(const char* name, const char* value);
-  EnvScope(const EnvScope&) = delete;
-  EnvScope& operator=(const EnvScope&) = delete;
-  ~EnvScope();
-
- private:
-  std::string mName, mPrevious;
-  bool mHadPrevious;
-};
-
 // The exception that call throws, which must be exactly of class Expected; otherwise the test
 // fails and a placeholder with code -1 is returned.
 template <class Expected, class Call>

@@ -4,8 +4,8 @@
 set -euo pipefail
 
 seconds="${1:-30}"
-here="$(cd "$(dirname "$0")" && pwd)"
-root="$(dirname "$here")"
+root="$(cd "$(dirname "$0")/.." && pwd)"
+here="$root/fuzz"
 build="$root/build-fuzz"
 fuzzers=(fuzz_protocol fuzz_callbacks fuzz_text fuzz_fileopen)
 

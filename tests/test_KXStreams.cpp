@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "KXProbeStream.h"
 #include "KXTestSupport.h"
 #include "kxos.h"
 
@@ -44,30 +43,6 @@ TEST(StreamFactory, CreatesEveryKindUninitialised) {
                  thrownBy<KXSDKInternalException>([&] { stream->prepareBuffer(); }).GetMessage());
     stream->close();
   }
-}
-
-// A correct use never trips the validation.
-TEST(NullStream, RefusesToBeReadCountsWhatIsWrittenAndReturnsToMarks) {
-  LogCapture log;
-  auto stream = opened<KXNullStream>();
-  EXPECT_EQ(
-      "KXNotSupportedException (code 0) [KXBasicGenericStream.noReadPrepBuffer | "
-      "KXBasicGenericStream.prepareBuffer]",
-      outcome([&] { readBytes(*stream, 4); }));
-  EXPECT_EQ(1, log.count(1, "natives/streams/KXBasicGenericStream"));
-  EXPECT_EQ(-1, stream->GetLength());
-  EXPECT_EQ(15, writeBytes(*stream, 15));
-  stream->SetMark();
-  writeBytes(*stream, 7);
-  stream->resetMark();
-  EXPECT_EQ(15, stream->GetStreamPos());
-  stream->reset();
-  EXPECT_EQ(0, stream->GetStreamPos());
-  // Driven by hand without a buffer, the count is added all the same.
-  stream->prepareBuffer()->mTransferLen = 9;
-  stream->complete();
-  EXPECT_EQ(9, stream->GetStreamPos());
-  EXPECT_EQ(0, log.count("KX_STREAM_"));
 }
 
 AliasArray::Entry* entry(size_t blockSize) {

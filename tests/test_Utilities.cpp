@@ -1,5 +1,5 @@
-// The utilities layer: exceptions, logging and text conversion, MD5, the scratch allocator,
-// identifiers and temporary files.
+// The utilities layer: exceptions, logging and text conversion, MD5 and temporary files (the
+// scratch allocator and the identifier object are used by every stream test).
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,6 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -20,11 +19,9 @@
 #include "KXException.h"
 #include "KXLogging.h"
 #include "KXMD5.h"
-#include "KXObjectGuid.h"
 #include "KXStringConversion.h"
 #include "KXTempFile.h"
 #include "KXTestSupport.h"
-#include "StMalloc.h"
 
 namespace {
 
@@ -77,16 +74,6 @@ TEST(KXException, WhatIsOneLineOfClassCodeReasonAndTheCurrentMessage) {
   exception.addTrace("%s", longText.c_str());
   EXPECT_EQ(longText + "!", exception.GetMessage());
   EXPECT_EQ(longText, exception.GetTrace(0));
-}
-
-TEST(KXException, InternalThrowCarriesTheConditionAsMessageAndCodeZeroAndLogsIt) {
-  kxtest::LogCapture capture(false, 1);
-  const auto caught = kxtest::thrownBy<KXSDKInternalException>([] {
-    KXSDKInternalException::Throw("natives/streams/KXFileStream", 42, "vFileInfo != NULL");
-  });
-  EXPECT_EQ(0, caught.GetCode());
-  EXPECT_STREQ("vFileInfo != NULL", caught.GetMessage());
-  EXPECT_EQ(1, capture.count(1, "vFileInfo != NULL; at natives/streams/KXFileStream:42"));
 }
 
 // Percent signs of the message and traces are kept as they are.
@@ -157,8 +144,9 @@ TEST(KXLogging, NullSinkRestoresStandardErrorWithANewline) {
 
 using Conversion = KXStringConversion;
 
-// Eight more calls of every kind on this thread, and any number on another, leave a text alone.
-TEST(KXStringConversion, TextsStayValidAcrossEightFurtherCallsAndOtherThreads) {
+// Numbers in decimal, texts copied (null as "NULL"), percent signs removed; eight more calls of
+// every kind on this thread, and any number on another, leave a text alone.
+TEST(KXStringConversion, ConvertsIntoTextsThatStayValidAcrossEightFurtherCallsAndOtherThreads) {
   const char* number = Conversion::toString(12345L);
   char source[] = "kept";
   const char* text = Conversion::toString(source);
@@ -176,9 +164,6 @@ TEST(KXStringConversion, TextsStayValidAcrossEightFurtherCallsAndOtherThreads) {
   }).join();
   EXPECT_STREQ("12345", number);
   EXPECT_STREQ("kept", text);
-}
-
-TEST(KXStringConversion, ConvertsNumbersToDecimalAndCopiesTextsWithNullAsNULL) {
   EXPECT_EQ(std::to_string(LONG_MIN), Conversion::toString(LONG_MIN));
   EXPECT_STREQ("255", Conversion::toString(static_cast<unsigned char>(255)));
   EXPECT_STREQ("NULL", Conversion::toString(static_cast<const char*>(nullptr)));
@@ -233,27 +218,6 @@ TEST(KXMD5, CompletesIntoAtMostOutSizeCharactersAndRefusesInvalidArguments) {
         << outSize;
   }
   KXMD5DeleteContext(context);
-}
-
-// The sanitizer build's leak checker sees a block the guard kept or freed twice.
-TEST(StMalloc, OwnsAWritableBlockUntilReleasedAndRefusesANegativeSizeWithALoggedError) {
-  StMalloc owner(64, 0);
-  std::memset(owner.get(), 0xab, 64);
-  free(owner.release());
-  EXPECT_EQ(nullptr, owner.get());
-  kxtest::LogCapture capture(false, 1);
-  EXPECT_EQ(12, kxtest::thrownBy<KXOutOfMemException>([] { StMalloc block(-1, 0); }).GetCode());
-  EXPECT_EQ(1, capture.count(1, "KXOutOfMemException"));
-}
-
-TEST(KXObjectGuid, KeepsACopyOfTheIdUntilCleared) {
-  KXObjectGuid guid;
-  std::string text = "9001";
-  guid.SetID(text.c_str());
-  text[0] = '#';
-  EXPECT_STREQ("9001", guid.GetID());
-  guid.SetID(nullptr);
-  EXPECT_STREQ("", guid.GetID());
 }
 
 using namespace kxtest;

@@ -57,25 +57,6 @@ TEST(KXCachedInputStream, ServesShortContentAtOnceAndAgainWithoutTheWrappedStrea
   EXPECT_EQ(0, source->callsOf(kClose));
 }
 
-// Over an input of unknown length, each request of the rounded cache size refills the cache and
-// delivers all of it; the end comes with an empty transfer.
-TEST(KXCachedInputStream, RoundsTheCacheUpTo16KiBMultiplesAndRefillsItForEachRequest) {
-  const struct {
-    size_t length;
-    long cacheSize;
-    std::vector<size_t> chunks;
-  } cases[] = {{40000, 1, {16384, 16384, 7232}}, {32768, 16384, {16384, 16384, 0}}};
-  for (const auto& c : cases) {
-    StreamPtr<KXProbeStream> source = openSource(randomBytes(c.length, 7));
-    auto stream = opened<KXCachedInputStream>(source.get(), c.cacheSize);
-    std::vector<size_t> chunks;
-    while (stream->isAtEOF() == 0 && chunks.size() < 5) {
-      chunks.push_back(transfer(*stream, static_cast<int64_t>(c.chunks[0])).size());
-    }
-    EXPECT_EQ(c.chunks, chunks);
-  }
-}
-
 // A refused return to a mark from before the latest refill is traced on both sides, and
 // SetMark(long) moves before it asks.
 TEST(KXCachedInputStream, ReturnsOnlyToPositionsTheCacheStillHolds) {

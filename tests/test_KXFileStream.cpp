@@ -310,18 +310,6 @@ TEST(KXFileStreamLeaks, AppendingInOutCloseAndSecondInitLeakNothing) {
   open(at("f100", "r", eIn))->init();
 }
 
-// From any position, whatever the buffer holds, in a byte range.
-TEST(KXFileStreamRead, ReturnsToAMarkAndRereadsTheSameBytes) {
-  const Files files;
-  const std::string bytes = files.bytes.substr(500, 30000);
-  StreamPtr stream = open(range("f40000", "r", eIn, 500, 30000, -1));
-  EXPECT_EQ(bytes.substr(0, 100), readString(*stream, 100));
-  stream->SetMark();
-  EXPECT_EQ(bytes.substr(100, 20000), readString(*stream, 20000));
-  stream->resetMark();
-  EXPECT_EQ(bytes.substr(100), readString(*stream, 40000));
-}
-
 // Someone cuts the file while it is read: the stream ends at the cut without an error, and
 // strict validation reports at close() that fewer bytes came than announced.
 TEST(KXFileStreamRead, AFileCutShortWhileReadEndsTheStreamAtTheCut) {

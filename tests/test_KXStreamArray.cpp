@@ -31,14 +31,8 @@ struct Members {
   Streams list;
 };
 
-// Shows which member a mark belongs to, which reading cannot.
-struct ArrayProbe : KXStreamArray {
-  using KXStreamArray::KXStreamArray;
-  int markedStream() const { return mMarkedStream; }
-};
-
-StreamPtr<ArrayProbe> openArray(Streams streams) {
-  return opened<ArrayProbe>(static_cast<int>(streams.size()), streams.data());
+StreamPtr<KXStreamArray> openArray(Streams streams) {
+  return opened<KXStreamArray>(static_cast<int>(streams.size()), streams.data());
 }
 
 // The caller's list is released before the first read.
@@ -59,35 +53,13 @@ TEST(KXStreamArray, EveryConstructorReadsTheMembersInOrderThenEnds) {
   }
 }
 
-// A first member already at its end ends the array at once; each array below is closed at the
-// end of its statement, and its members stay open.
-TEST(KXStreamArray, EndsAtOnceWithoutMembersOrAtAFirstMemberAtItsEndAndLeavesMembersOpen) {
-  Members members({"abc", "defg"});
-  EXPECT_EQ("abc", readString(*members.list[0], 10));
-  EXPECT_EQ("", readString(*openArray(members.list), 10));
-  members.list[0]->reset();
-  EXPECT_EQ("abcd", readString(*openArray(members.list), 4));
-  EXPECT_EQ("efg", readString(*members.list[1], 10));
-}
-
-// A mark set after the end belongs to the last member.
-TEST(KXStreamArray, ResetMarkReturnsEveryMemberToItsMark) {
-  Members members({"abc", "defg", "hij"});
-  StreamPtr<ArrayProbe> array = openArray(members.list);
-  for (const auto& [read, marked] : {std::pair<int, int>{5, 1}, {100, 2}}) {
-    readString(*array, read);
-    array->SetMark();
-    EXPECT_EQ(marked, array->markedStream());
-  }
-}
-
 // Returning to the mark without having moved needs nothing of the member that cannot mark.
 TEST(KXStreamArray, AMemberThatCannotMarkFailsOnlyAResetThatNeedsIt) {
   StringSource oneWay{"defg"};
   Members members({"abc"});
   members.add(new KXCustomStream(stringSourcePrepare, nullptr, nullptr, nullptr, nullptr, &oneWay));
   members.list.back()->init();
-  StreamPtr<ArrayProbe> array = openArray(members.list);
+  StreamPtr<KXStreamArray> array = openArray(members.list);
   EXPECT_EQ("abcd", readString(*array, 4));
   array->SetMark();
   array->resetMark();

@@ -3,15 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <string>
-#include <vector>
 
-#include "KXTestSupport.h"
 #include "kxos.h"
 
 namespace {
-
-using namespace kxtest;
 
 // Read while the program starts, before any test can have changed a setting.
 const KXBool kStrictAtLoad = KXStreams::getStreamStrictMode();
@@ -21,28 +16,6 @@ const KXBool kTruncationAtLoad = KXStreams::allowFileTruncation();
 TEST(StreamSettings, BothAreOnInAFreshProcess) {
   EXPECT_EQ(1, kStrictAtLoad);
   EXPECT_EQ(1, kTruncationAtLoad);
-}
-
-// The create operations open and check nothing: each stream waits for its own init().
-TEST(StreamFactory, CreatesEveryKindUninitialised) {
-  const char* const missing = "/nonexistent/file";  // never opened
-  char region[] = "xyz";
-  KXMemStream* member = KXStreams::createMemStream(region, 3, KXMemStream::eIn);
-  KXBasicGenericStream* members[] = {member};
-  for (KXBasicGenericStream* stream : std::vector<KXBasicGenericStream*>{
-           KXStreams::createNullStream(), KXStreams::createStreamArray(1, members),
-           KXStreams::createStreamArray(member, member), KXStreams::createTempStream(16),
-           KXStreams::createCachedInputStream(member, 16384),
-           KXStreams::createPartialFileStream(missing, "rb", 16384, KXFileStream::eIn, 2, 4, -1),
-           KXStreams::createFileStream(missing, "rb", 16384, KXFileStream::eIn, 0),
-           KXStreams::createDescriptorStream(missing, KXDescriptorStream::eIn, 16384),
-           KXStreams::createDescriptorStream(-1, KXDescriptorStream::eIn, 16384, 0),
-           KXStreams::createCustomStream(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
-           member}) {
-    EXPECT_STREQ("mInited == (KXBool)true",
-                 thrownBy<KXSDKInternalException>([&] { stream->prepareBuffer(); }).GetMessage());
-    stream->close();
-  }
 }
 
 AliasArray::Entry* entry(size_t blockSize) {

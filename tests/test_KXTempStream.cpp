@@ -64,28 +64,6 @@ TEST(KXTempStream, KeepsContentInMemoryThenInAFileAndReadsItBackEndingWithTheLas
   }
 }
 
-// A completed read past the end raises the length (the engine's rule): bytes then due from a
-// file part that was never made fail the read with status 5.
-TEST(KXTempStream, BytesDueFromATemporaryFileNeverMadeFailTheReadWithStatus5) {
-  TempPtr stream = openTemp(16);
-  writeAll(*stream, "0123456789");
-  stream->SetMark(40);
-  stream->SetReadable();
-  stream->prepareBuffer();
-  stream->complete();
-  stream->reset();
-  EXPECT_EQ("KXStreamException (code 5, Input/output error) [KXBasicGenericStream.prepareBuffer]",
-            outcome([&] { readString(*stream, 40); }));
-}
-
-TEST(KXTempStream, RefusesANegativeMemorySizeAtInit) {
-  auto* stream = new KXTempStream(-1);
-  const auto refused = thrownBy<KXParameterException>([&] { stream->init(); });
-  EXPECT_EQ(0, refused.GetCode());
-  EXPECT_STREQ("", refused.GetMessage());
-  stream->close();
-}
-
 // Run in a child whose descriptor limit leaves no room for a temporary file. The sanitizer build
 // needs descriptors to check a type it meets for the first time, so the spill and the engine's
 // failure path run once beforehand, with descriptors to spare.

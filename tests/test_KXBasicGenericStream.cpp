@@ -237,24 +237,4 @@ TEST(StreamValidation, StrictModeThrowsLenientModeCarriesOnBothReportOnceWhileTr
   }
 }
 
-// Entered directly: resetMark() sets mStreamPos to mMarkerPos just before it validates, so no
-// kind reaches "ResetMarkerProc: mStreamPos" through it. Lenient validation reports every broken
-// rule; other contexts run only the common checks.
-TEST(StreamValidationEdges, DirectValidationRunsTheChecksOfItsContext) {
-  for (const int context : {int{eResetMarkerProc}, 6}) {
-    LogCapture log;
-    KXProbeStream* probe = KXProbeStream::create(0);
-    probe->saveStreamState();
-    *probe->GetInfo() = {4, nullptr, 3, 0, -1, 0, 0, nullptr, 0};
-    probe->validateStreamState(EStreamContext(context));
-    const bool resetting = context == eResetMarkerProc;
-    EXPECT_EQ(resetting,
-              log.count(kWarningLevel, reportLine("ResetMarkerProc: mStreamPos", false)));
-    EXPECT_EQ(1, log.count(kWarningLevel, reportLine("mVersion", false)));
-    EXPECT_EQ(resetting ? 2 : 1, log.count("KX_STREAM_"));
-    probe->GetInfo()->mStreamPos = 0;
-    probe->close();
-  }
-}
-
 }  // namespace

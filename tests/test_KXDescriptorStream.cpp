@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <fstream>
 #include <functional>
 #include <string>
 
@@ -34,17 +33,6 @@ TEST(KXDescriptorStream, RegularFileHasItsLengthFromTheCurrentOffsetAndMarks) {
   EXPECT_TRUE(content.substr(100) == readAll(*stream));
   stream.reset();
   EXPECT_EQ(-1, fcntl(descriptor, F_GETFD)) << "an owned descriptor stayed open";
-}
-
-TEST(KXDescriptorStream, AFileFollowedInItsGrowthIsReadToTheEndItHasWhenReached) {
-  TempDir dir;
-  const std::string path = dir.writeFile("growing", "first ");
-  StreamPtr<Kind> stream(new Kind(path.c_str(), Kind::eIn, 1));
-  stream->setFollowsGrowth(1);
-  stream->init();
-  EXPECT_EQ(-1, stream->GetLength());
-  std::ofstream(path, std::ios::app) << "and more";
-  EXPECT_EQ("first and more", readAll(*stream));
 }
 
 // A failed open names the system's reason; a bad argument is refused with code 0 and the reason.

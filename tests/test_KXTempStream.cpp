@@ -64,6 +64,10 @@ TEST(KXTempStream, KeepsContentInMemoryThenInAFileAndReadsItBackEndingWithTheLas
   }
 }
 
+TEST(KXTempStream, RefusesANegativeMemorySizeAtInit) {
+  EXPECT_EQ("KXParameterException (code 0) []", outcome([] { opened<KXTempStream>(-1); }));
+}
+
 // Run in a child whose descriptor limit leaves no room for a temporary file. The sanitizer build
 // needs descriptors to check a type it meets for the first time, so the spill and the engine's
 // failure path run once beforehand, with descriptors to spare.

@@ -100,17 +100,6 @@ TEST(KxWcstoll, ParsesDecimalDigitsInTheBaseAndStopsAtTheFirstOutOfRange) {
   EXPECT_EQ(nullptr, end);
 }
 
-// Upper case in place, comparisons giving only -1, 0 and 1, the wide search's last occurrence.
-TEST(KxStrings, CaseConversionComparisonAndSearch) {
-  EXPECT_EQ(nullptr, kx_strupr(nullptr));
-  char mixed[] = "aBc-1z";
-  EXPECT_STREQ("ABC-1Z", kx_strupr(mixed));
-  EXPECT_EQ(1, kx_memcmp("\x80", "\x01", 1));
-  EXPECT_EQ(-1, kx_memcmp("abc", "abd", 3));
-  const wchar_t* text = L"abca";
-  EXPECT_EQ(text + 3, kx_wcschr(text, L'a'));
-}
-
 // Each wrapper passes level, option, value and length through and returns the call's result.
 TEST(KxSockets, OptionWrappersSetAndReadBackAnOptionAndReportAFailure) {
   const int socket = kx_socket(AF_INET, SOCK_STREAM, 0);
@@ -161,17 +150,6 @@ TEST(KxGetAppName, ReturnsTheCommandNameWithItsTrailingBlankCutToTheBuffer) {
     char buffer[64] = "#";
     EXPECT_EQ(kx_GetAppName(buffer, c.size), c.length) << c.size;
     EXPECT_STREQ(buffer, c.text) << c.size;
-  }
-}
-
-TEST(KxAdjustLibName, PutsTheBitWidthBeforeTheSuffix) {
-  const char* const cases[][3] = {{"stream", nullptr, "libstream64.so"},
-                                  {"stream", "_d", "libstream64_d.so"},
-                                  {"", "", "lib64.so"}};
-  for (const auto& c : cases) {
-    char* name = kx_adjustLibName(c[0], c[1]);
-    EXPECT_STREQ(name, c[2]);
-    kx_free(name);
   }
 }
 

@@ -62,20 +62,6 @@ TEST(KXException, CopiesAndAssignmentsThroughAnyBaseKeepCodeMessageTracesAndWhat
   EXPECT_STREQ(kWhat, assigned.what());
 }
 
-// A positive code is the system's error number: its reason is spelled out.
-TEST(KXException, WhatIsOneLineOfClassCodeReasonAndTheCurrentMessage) {
-  KXFileSystemException exception(ENOENT);
-  EXPECT_STREQ("KXFileSystemException (code 2, No such file or directory)", exception.what());
-  exception.SetMessage("replaced %d", 1);
-  EXPECT_STREQ("KXFileSystemException (code 2, No such file or directory): replaced 1",
-               exception.what());
-  const std::string longText(100000, 'm');
-  exception.SetMessage("%s!", longText.c_str());
-  exception.addTrace("%s", longText.c_str());
-  EXPECT_EQ(longText + "!", exception.GetMessage());
-  EXPECT_EQ(longText, exception.GetTrace(0));
-}
-
 // Percent signs of the message and traces are kept as they are.
 TEST(KXException, LogWritesOneErrorLineNamingEverythingOnlyWhenLoggingIsOn) {
   {
@@ -116,15 +102,6 @@ TEST(KXLogging, ALinePassesWhenDebugIsOnOrItsLevelIsAtMostTheVerbosity) {
     }
     EXPECT_EQ(c.passing, levels) << c.debug << " " << c.verbosity;
   }
-}
-
-TEST(KXLogging, SinkReceivesComponentAndFormattedTextVerbatimUntruncatedWithoutNewline) {
-  LogCapture capture(true);
-  const std::string longText(200000, 'z');
-  KXLogging::Log(2, 77, "x=%d %s [%s]", 5, "100% %n", longText.c_str());
-  ASSERT_EQ(1u, capture.lines().size());
-  EXPECT_EQ(77, capture.lines()[0].component);
-  EXPECT_EQ("x=5 100% %n [" + longText + "]", capture.lines()[0].text);
 }
 
 TEST(KXLogging, NullSinkRestoresStandardErrorWithANewline) {

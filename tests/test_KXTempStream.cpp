@@ -75,7 +75,7 @@ int spillWithoutDescriptors(const std::string& content) {
   writeAll(*openTemp(0), "x");
   KXProbeStream* probe = KXProbeStream::create(1);
   probe->script(kComplete, {EMFILE});
-  thrownBy<KXStreamException>([&] { writeBytes(*probe, 1); });
+  thrownBy<KXStreamException>([&] { writeString(*probe, "x"); });
   probe->close();
   TempPtr stream = openTemp(100);
   const rlimit none{0, 0};

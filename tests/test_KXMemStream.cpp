@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <string>
+#include <utility>
 
 #include "KXObjectGuid.h"
 #include "KXTestSupport.h"
@@ -37,27 +39,18 @@ TEST(KXMemStreamOutput, WriteLongerThanTheRegionIsAMismatch) {
 }
 
 TEST(KXMemStreamInit, RefusesBadArgumentsAndStaysUninitialised) {
-  const char* const unnamed = "KXParameterException (code 0) []";
-  const struct {
-    bool nullRegion;
-    unsigned long length;
-    int flag;
-    const char* outcome;
-  } refusals[] = {{true, 10, KXMemStream::eIn, unnamed},
-                  {true, 0, KXMemStream::eOut, unnamed},
-                  {false, 1UL << 63, KXMemStream::eIn, unnamed},
-                  {false, 4, -1,
-                   "KXParameterException (code 0): Invalid memory stream direction -1: expected "
-                   "eIn (0) or eOut (1) []"}};
   char region[4] = {};
-  for (const auto& refusal : refusals) {
-    SCOPED_TRACE(&refusal - refusals);
-    StreamPtr<KXMemStream> stream(new KXMemStream(refusal.nullRegion ? nullptr : region,
-                                                  refusal.length,
-                                                  static_cast<KXMemStream::EIoFlag>(refusal.flag)));
+  const std::pair<KXMemStream*, std::string> refusals[] = {
+      {new KXMemStream(nullptr, 10, KXMemStream::eIn), ""},
+      {new KXMemStream(nullptr, 0, KXMemStream::eOut), ""},
+      {new KXMemStream(region, 1UL << 63, KXMemStream::eIn), ""},
+      {new KXMemStream(region, 4, static_cast<KXMemStream::EIoFlag>(-1)),
+       ": Invalid memory stream direction -1: expected eIn (0) or eOut (1)"}};
+  for (const auto& [refused, message] : refusals) {
+    const StreamPtr<KXMemStream> stream(refused);
     LogCapture log(false, 1);
     errno = 0;
-    EXPECT_EQ(refusal.outcome, outcome([&] { stream->init(); }));
+    EXPECT_EQ("KXParameterException (code 0)" + message + " []", outcome([&] { stream->init(); }));
     EXPECT_EQ(KX_PARAM_ERR, errno);
     EXPECT_EQ(1, log.count(1, "natives/streams/KXMemStream"));
     EXPECT_THROW(stream->prepareBuffer(), KXSDKInternalException);

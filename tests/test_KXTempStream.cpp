@@ -18,10 +18,9 @@ namespace {
 using namespace kxtest;
 
 // A kind keeps no private state: a class derived from it (a probe, a client's own kind) reaches
-// all of it, here the temporary file and the direction it was last used in.
+// all of it, here the temporary file.
 struct TempProbe : KXTempStream {
   using KXTempStream::KXTempStream;
-  bool fileIsWriting() const { return mFileDirection == FileDirection::kWriting; }
   FILE* file() const { return mTempStreamInfo.mTempFile->getFile(); }
 };
 using TempPtr = StreamPtr<TempProbe>;
@@ -92,14 +91,6 @@ int spillWithoutDescriptors(const std::string& content) {
 TEST(KXTempStream, ReportsAFailedTemporaryFileAndKeepsTheMemoryPartReadable) {
   const std::string content = randomBytes(150, 5);
   EXPECT_EXIT(_exit(spillWithoutDescriptors(content)), testing::ExitedWithCode(0), "");
-}
-
-TEST(KXTempStream, ADerivedKindSeesTheFileTurnedToWritingUntilAReset) {
-  TempPtr stream = openTemp(16);
-  writeAll(*stream, randomBytes(100, 3));
-  EXPECT_TRUE(stream->fileIsWriting());
-  stream->reset();
-  EXPECT_FALSE(stream->fileIsWriting());
 }
 
 // The file part is refused by a file size limit (SIGXFSZ ignored, so the write fails with

@@ -90,21 +90,6 @@ std::string traces(const KXException& exception) {
   return joined;
 }
 
-std::string md5sumOfFile(const std::string& path) {
-  const std::string command = "md5sum '" + path + "'";
-  FILE* pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) {
-    throw std::runtime_error("cannot run " + command);
-  }
-  char digest[33] = {};
-  const size_t got = fread(digest, 1, 32, pipe);
-  pclose(pipe);
-  if (got != 32) {
-    throw std::runtime_error("md5sum printed no digest for " + path);
-  }
-  return digest;
-}
-
 std::string randomBytes(size_t count, unsigned seed) {
   std::mt19937 generator(seed);
   std::uniform_int_distribution<int> byte(0, 255);
@@ -163,7 +148,18 @@ std::string fileContents(const std::string& path) {
 
 std::string md5sumOf(const std::string& bytes) {
   const TempDir dir;
-  return md5sumOfFile(dir.writeFile("content", bytes));
+  const std::string command = "md5sum '" + dir.writeFile("content", bytes) + "'";
+  FILE* pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) {
+    throw std::runtime_error("cannot run " + command);
+  }
+  char digest[33] = {};
+  const size_t got = fread(digest, 1, 32, pipe);
+  pclose(pipe);
+  if (got != 32) {
+    throw std::runtime_error("md5sum printed no digest: " + command);
+  }
+  return digest;
 }
 
 pid_t startChild(const std::function<int()>& body) {

@@ -112,9 +112,8 @@ std::string fileContents(const std::string& path);
 // All traces joined by " | ", for failure messages.
 std::string traces(const KXException& exception);
 
-// What the md5sum command prints as the digest of the file (the first 32 characters).
-std::string md5sumOfFile(const std::string& path);
-// What md5sum prints for bytes, written to a file of a fresh directory.
+// The digest md5sum prints for bytes (its first 32 characters), read from a file of a fresh
+// directory.
 std::string md5sumOf(const std::string& bytes);
 // How many descriptors the process holds open now, for leak checks.
 long openDescriptorCount();

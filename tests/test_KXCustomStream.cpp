@@ -16,37 +16,15 @@ using namespace kxtest;
 
 long doNothing(KXStreamInfo* /*info*/) { return 0; }
 
-// A stream over source; without marks it has neither marker callback.
-StreamPtr<KXCustomStream> openSource(StringSource& source, bool marks = true) {
-  return opened<KXCustomStream>(
-      stringSourcePrepare, nullptr, marks ? stringSourceSetMarker : nullptr,
-      marks ? stringSourceResetMarker : nullptr, stringSourceClose, &source);
+// A stream over source with every callback but complete.
+StreamPtr<KXCustomStream> openSource(StringSource& source) {
+  return opened<KXCustomStream>(stringSourcePrepare, nullptr, stringSourceSetMarker,
+                                stringSourceResetMarker, stringSourceClose, &source);
 }
 
 // A stream whose only callback is prepare, over context.
 StreamPtr<KXCustomStream> openPrepareOnly(KXStreamProc prepare, void* context) {
   return opened<KXCustomStream>(prepare, nullptr, nullptr, nullptr, nullptr, context);
-}
-
-// Without marker callbacks the stream is one-way: it can only stay where it is.
-TEST(KXCustomStream, ReadsAndReturnsToItsMarksThroughTheContextOrIsOneWayWithoutMarkers) {
-  StringSource source{randomBytes(1000, 11)};
-  StreamPtr<KXCustomStream> stream = openSource(source);
-  EXPECT_EQ(source.bytes.substr(0, 300), readString(*stream, 300));
-  stream->SetMark();
-  EXPECT_EQ(source.bytes.substr(300), readString(*stream, 1000));
-  stream->resetMark();
-  EXPECT_EQ(source.bytes.substr(300), readString(*stream, 1000));
-  stream->reset();
-  EXPECT_EQ(source.bytes, readString(*stream, 2000));
-
-  StringSource oneWay{"abcdef"};
-  StreamPtr<KXCustomStream> unmarked = openSource(oneWay, false);
-  unmarked->resetMark();
-  EXPECT_EQ("abc", readString(*unmarked, 3));
-  EXPECT_THROW(unmarked->SetMark(), KXMarkRequiredException);
-  EXPECT_THROW(unmarked->resetMark(), KXMarkRequiredException);
-  EXPECT_EQ("def", readString(*unmarked, 10));
 }
 
 // Each row: the callbacks given, by initial (Prepare, Complete, Set, Reset, cLose), and how

@@ -27,7 +27,8 @@ namespace {
 
 // Mode names ignore case; none truncates but "w"; "a" starts at the end without O_APPEND, so
 // that a seek moves the writes; an unknown mode opens for reading at the start. Only "w" and "a"
-// create a missing file, with 0755 less the umask. A directory opens only when allowed.
+// create a missing file, with 0755 less the umask. A directory opens when allowed (file streams
+// refuse one: see their failure table).
 TEST(KxOpen, ModeNamesSetAccessStartCreationAndCloseOnExec) {
   const struct {
     const char* mode;
@@ -54,9 +55,6 @@ TEST(KxOpen, ModeNamesSetAccessStartCreationAndCloseOnExec) {
     EXPECT_EQ(c.creates ? 0755u : 0u, record.st_mode & 0777) << c.mode;
   }
   umask(previous);
-  errno = 0;
-  EXPECT_EQ(-1, kx_open(dir.path().c_str(), "r"));
-  EXPECT_EQ(EISDIR, errno);
   const int fd = kx_open_with_dir(dir.path().c_str(), "r", 1);
   EXPECT_GE(fd, 0);
   kx_close(fd);

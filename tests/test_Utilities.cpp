@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -97,21 +96,6 @@ TEST(KXLogging, ALinePassesWhenDebugIsOnOrItsLevelIsAtMostTheVerbosity) {
     }
     EXPECT_EQ(c.passing, levels) << c.debug << " " << c.verbosity;
   }
-}
-
-TEST(KXLogging, NullSinkRestoresStandardErrorWithANewline) {
-  kxtest::TempDir dir;
-  const std::string errorFile = dir.file("stderr.txt");
-  EXPECT_EQ(0, kxtest::inChild([&] {
-              LogCapture capture(false, 1);
-              KXLogging::setSink(nullptr, nullptr);
-              if (freopen(errorFile.c_str(), "w", stderr) == nullptr) {
-                return 1;
-              }
-              KXLogging::Log(1, 1024, "to %s", "stderr");
-              return capture.lines().empty() && fflush(stderr) == 0 ? 0 : 2;
-            }));
-  EXPECT_EQ("to stderr\n", kxtest::fileContents(errorFile));
 }
 
 using Conversion = KXStringConversion;

@@ -58,10 +58,6 @@ class KXProbeStream : public KXBasicGenericStream {
     return 1;
   }
 
-  // What the kind was handed.
-  int64_t outputPrepareLen = -1;
-  const char* bufferAtComplete = nullptr;
-
  protected:
   KXProbeStream(std::string content, int64_t length) : mContent(std::move(content)) {
     mStreamInfo.mStreamLen = length;
@@ -95,10 +91,7 @@ class KXProbeStream : public KXBasicGenericStream {
       info.mBuffer = &mContent[static_cast<size_t>(info.mStreamPos)];
       info.mStreamPos += info.mTransferLen;
       info.mAtEOF = info.mStreamPos == size ? 1 : 0;
-    } else if (op == kPrepare) {
-      outputPrepareLen = info.mTransferLen;
     } else if (op == kComplete && info.mReadFlag == 0) {
-      bufferAtComplete = info.mBuffer;
       info.mStreamPos += info.mTransferLen;
     } else if (op == kSetMarker) {
       info.mMarkerPos = info.mStreamPos;  // the engine leaves a strict probe's mark to it

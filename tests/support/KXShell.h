@@ -25,7 +25,6 @@ class Shell {
   Shell(const TempDir& dir, std::string tool) : mDir(dir), mTool(std::move(tool)) {}
 
   ShellOutcome run(const std::string& commandLine) const;
-  ShellOutcome tool(const std::string& arguments) const { return run("$K " + arguments); }
 
  private:
   const TempDir& mDir;

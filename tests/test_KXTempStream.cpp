@@ -107,7 +107,7 @@ TEST(FaultInjection, ARefusedSpillKeepsEveryAcceptedByteAndARetryLandsAtThePosit
               const std::string accepted =
                   randomBytes(6000, 1);  // 64 in memory, the rest in a file
               const std::string refused = randomBytes(40000, 2);
-              writeAll(*stream, accepted);
+              writeString(*stream, accepted);
               const auto refusedAtTheEnd = [&] {
                 return setrlimit(RLIMIT_FSIZE, &small) == 0 && thrownBy<KXStreamException>([&] {
                                                                  writeString(*stream, refused);
@@ -118,7 +118,7 @@ TEST(FaultInjection, ARefusedSpillKeepsEveryAcceptedByteAndARetryLandsAtThePosit
               stream->reset();
               if (readString(*stream, 100000) != accepted || !refusedAtTheEnd()) return 3;
               setrlimit(RLIMIT_FSIZE, &normal);
-              writeAll(*stream, refused);
+              writeString(*stream, refused);
               stream->reset();
               return readString(*stream, 100000) == accepted + refused ? 0 : 4;
             }));

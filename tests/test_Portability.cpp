@@ -195,9 +195,9 @@ TEST(Uuid, ProcessesReleasedTogetherNeverShareOne) {
   }
   const kxtest::TempDir dir;
   const auto start = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
-  std::vector<pid_t> children;
+  std::vector<pid_t> children(8);
   for (int i = 0; i < 8; ++i) {
-    children.push_back(kxtest::startChild([&] {
+    children[i] = kxtest::startChild([&] {
       std::this_thread::sleep_until(start);
       // For a while rather than a count, so that processes sharing a processor still overlap.
       std::vector<kx_uuid_t> made;
@@ -210,7 +210,7 @@ TEST(Uuid, ProcessesReleasedTogetherNeverShareOne) {
       out.write(reinterpret_cast<const char*>(made.data()),
                 static_cast<std::streamsize>(made.size() * sizeof uuid));
       return out ? 0 : 1;
-    }));
+    });
   }
   std::map<uint64_t, std::pair<int, std::string>> byStamp;
   int sameStamps = 0;

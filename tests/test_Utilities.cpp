@@ -48,7 +48,8 @@ void expectEnrichedState(const KXException& exception) {
 TEST(KXException, CopiesAndAssignmentsThroughAnyBaseKeepCodeMessageTracesAndWhat) {
   const KXStreamException original = makeEnrichedException();
   EXPECT_STREQ(kWhat, original.what());
-  const KXApplicationException copy(original);  // NOLINT(cppcoreguidelines-slicing): on purpose
+  // NOLINTNEXTLINE(cppcoreguidelines-slicing,performance-unnecessary-copy-initialization)
+  const KXApplicationException copy(original);  // a copy through another class, on purpose
   expectEnrichedState(copy);
   EXPECT_STREQ("KXApplicationException (code -10006): File path validation error. Perm=rb",
                copy.what());

@@ -77,7 +77,7 @@ TEST(KxstreamConformance, TerminalsWorkByNameAsSourceAndDestination) {
   }
   // script runs the command on a new terminal and types what it reads; ^D ends the input.
   expectSameAsReference(
-      {"(sleep 0.3; printf 'abc\\n\\004') | script -qec \"@id /dev/tty\" /dev/null",
+      {R"((sleep 0.3; printf 'abc\n\004') | script -qec "@id /dev/tty" /dev/null)",
        "script -qec \"@cp keep /dev/tty\" /dev/null < /dev/null"});
 }
 
@@ -115,7 +115,7 @@ TEST(KxstreamConformance, MessagesQuoteNamesAsCoreutilsDoes) {
 TEST(KxstreamConformance, FilesOf2GiBAndMoreAreDigestedWhole) {
   // The digest of 2^31 + 1 zero bytes as md5sum prints it; running md5sum here as well would
   // double the longest part of this test.
-  expectSameAsReference({{"d=97cdd4bb45c3d5d652c0079901fb4eec && printf \"$d  big\\n$d  -\\n\"",
+  expectSameAsReference({{R"(d=97cdd4bb45c3d5d652c0079901fb4eec && printf "$d  big\n$d  -\n")",
                           "truncate -s 2147483649 big && $K id -j 2 big - < big"}});
 }
 

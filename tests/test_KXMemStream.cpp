@@ -14,28 +14,9 @@ namespace {
 using namespace kxtest;
 using MemPtr = StreamPtr<KXMemStream>;
 
-// A stream over region, which must outlive it.
-MemPtr openStream(std::string& region, KXMemStream::EIoFlag flag = KXMemStream::eIn,
-                  KXBool strict = 1) {
-  StrictModeScope scope(strict);
-  return opened<KXMemStream>(&region[0], region.size(), flag);
-}
-
-// Strict mode refuses a write longer than the region; a lenient stream stores what fits and warns.
-TEST(KXMemStreamOutput, WriteLongerThanTheRegionIsAMismatch) {
-  for (KXBool strict : {KXBool{1}, KXBool{0}}) {
-    std::string region(10, '.');
-    MemPtr stream = openStream(region, KXMemStream::eOut, strict);
-    LogCapture log;
-    EXPECT_EQ(strict != 0 ? "KXStreamMismatchException (code 0): CompleteProc: mTransferLen > "
-                            "mBufferLen [KXBasicGenericStream.complete]"
-                          : "",
-              outcome([&] { writeString(*stream, "0123456789AB"); }));
-    EXPECT_EQ("0123456789", region);
-    EXPECT_EQ(strict != 0 ? 0 : 10, stream->GetStreamPos());
-    EXPECT_EQ(strict != 0 ? 2 : 1,
-              log.count(strict != 0 ? 1 : 2, "CompleteProc: mTransferLen > mBufferLen"));
-  }
+// An input stream over region, which must outlive it.
+MemPtr openStream(std::string& region) {
+  return opened<KXMemStream>(&region[0], region.size(), KXMemStream::eIn);
 }
 
 TEST(KXMemStreamInit, RefusesBadArgumentsAndStaysUninitialised) {

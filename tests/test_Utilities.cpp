@@ -62,11 +62,13 @@ TEST(KXException, CopiesAndAssignmentsThroughAnyBaseKeepCodeMessageTracesAndWhat
   EXPECT_STREQ(kWhat, assigned.what());
 }
 
-// Percent signs of the message and traces are kept as they are.
+// A new message shows in what(); percent signs of the message and traces are kept as they are.
 TEST(KXException, LogWritesOneErrorLineNamingEverything) {
   kxtest::LogCapture capture(false, 1);
   KXStreamException exception = makeEnrichedException();
+  EXPECT_STREQ(kWhat, exception.what());  // composed before the message changes
   exception.SetMessage("%s", "100%s%n");
+  EXPECT_STREQ("KXStreamException (code -10006): 100%s%n", exception.what());
   exception.log("natives/streams/KXFileStream", 123);
   ASSERT_EQ(1u, capture.lines().size());
   EXPECT_EQ(1, capture.lines()[0].level);
@@ -97,6 +99,15 @@ TEST(KXLogging, ALinePassesWhenDebugIsOnOrItsLevelIsAtMostTheVerbosity) {
     }
     EXPECT_EQ(c.passing, levels) << c.debug << " " << c.verbosity;
   }
+}
+
+// Without a sink, each line goes to standard error with a newline.
+TEST(KXLogging, WithoutASinkALineGoesToStandardError) {
+  LogCapture verbose(false, 1);
+  KXLogging::setSink(nullptr, nullptr);
+  testing::internal::CaptureStderr();
+  KXLogging::Log(1, 1024, "to %s", "stderr");
+  EXPECT_EQ("to stderr\n", testing::internal::GetCapturedStderr());
 }
 
 using Conversion = KXStringConversion;
@@ -179,15 +190,14 @@ TEST(KXMD5, CompletesIntoAtMostOutSizeCharactersAndRefusesInvalidArguments) {
 
 using namespace kxtest;
 
-// Whatever the umask, in a usable $TMPDIR (left empty) or else in /tmp; the descriptor goes with
-// the owner.
+// Whatever the umask, in a usable $TMPDIR (left empty) or else in /tmp. That the descriptor goes
+// with its owner is seen by the temporary stream's test, which counts descriptors.
 TEST(KXTempFile, IsAnEmptyUnlinkedOwnerOnlyFileInAUsableTmpdirElseInTmp) {
   TempDir dir;
   const std::string usable = dir.file("usable");
   ASSERT_EQ(0, mkdir(usable.c_str(), 0700));
   const char* const tmpdir = getenv("TMPDIR");
   const std::string previousTmpdir = tmpdir != nullptr ? tmpdir : "";
-  const long descriptors = openDescriptorCount();
   const mode_t previousMask = umask(0277);
   for (const std::string& value :
        {usable, std::string(), dir.file("missing"), dir.writeFile("plain", "x")}) {
@@ -206,7 +216,6 @@ TEST(KXTempFile, IsAnEmptyUnlinkedOwnerOnlyFileInAUsableTmpdirElseInTmp) {
   }
   umask(previousMask);
   tmpdir != nullptr ? setenv("TMPDIR", previousTmpdir.c_str(), 1) : unsetenv("TMPDIR");
-  EXPECT_EQ(descriptors, openDescriptorCount());
   EXPECT_EQ(0, rmdir(usable.c_str())) << "the directory must be left empty";
 }
 

@@ -4,8 +4,6 @@
 // A stream kind for engine tests: each protocol call keeps the transfer contract unless the test
 // scripted a failure or a broken rule for it, and every call is counted.
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdint>
